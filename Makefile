@@ -1,0 +1,54 @@
+# Wraps CMake + Ninja. `make test` and `make run` install what is missing first.
+BUILD      ?= build
+ASAN_BUILD ?= build-asan
+DATA       ?=
+JOBS       ?= $(shell nproc)
+
+DEB_PACKAGES := build-essential cmake ninja-build pkg-config clang-format \
+  libsqlite3-dev zlib1g-dev libminizip-dev libicu-dev nlohmann-json3-dev libssl-dev \
+  libcurl4-openssl-dev libcpp-httplib-dev libcli11-dev libjs-jquery libjs-jquery-flot \
+  libgtest-dev libgmock-dev libbenchmark-dev sqlite3
+
+SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
+
+.PHONY: all setup build build-asan test test-asan run bench format clean
+
+all: build
+
+setup:
+	@missing=$$(for p in $(DEB_PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; done); \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing: $$missing"; \
+	  $(SUDO) apt-get update -qq && \
+	  DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq $$missing; \
+	fi
+
+$(BUILD)/build.ninja:
+	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+$(ASAN_BUILD)/build.ninja:
+	cmake -S . -B $(ASAN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DRIVO_SANITIZE=ON -DRIVO_BENCH=OFF
+
+build: setup $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS)
+
+build-asan: setup $(ASAN_BUILD)/build.ninja
+	cmake --build $(ASAN_BUILD) -j $(JOBS)
+
+test: build build-asan
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --output-on-failure -j $(JOBS)
+
+run: build
+	./$(BUILD)/rivo $(if $(DATA),--data $(DATA))
+
+bench: build
+	./$(BUILD)/rivo_bench
+
+format:
+	clang-format -i $$(git ls-files '*.cpp' '*.h')
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD)

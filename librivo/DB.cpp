@@ -1,0 +1,313 @@
+#include "librivo/DB.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cassert>
+#include <cctype>
+#include <thread>
+
+#include "librivo/SqlError.h"
+#include "librivo/SysLog.h"
+
+namespace rivo {
+
+namespace {
+
+bool isBusy(int rc) { return rc == SQLITE_BUSY || rc == SQLITE_LOCKED; }
+
+// Busy and locked are retried for ever: the program has one connection, so it never waits long.
+void busyPause() { std::this_thread::sleep_for(std::chrono::microseconds(20)); }
+
+bool hasPrefix(std::string_view s, std::string_view p) { return s.substr(0, p.size()) == p; }
+
+}  // namespace
+
+DB::DB(std::string path) : _path(std::move(path)) {
+  assert(sqlite3_threadsafe());
+  int rc = sqlite3_open(_path.c_str(), &_db);
+  if (rc != SQLITE_OK) {
+    sysLog("error opening!: " + std::to_string(rc));
+    if (_db) sqlite3_close(_db);
+    _db = nullptr;
+    return;
+  }
+  sqlite3_busy_timeout(_db, 0);
+}
+
+DB::~DB() { close(); }
+
+DB::QueryType DB::_queryType(std::string_view sql) {
+  size_t b = 0;
+  while (b < sql.size() && std::isspace(static_cast<unsigned char>(sql[b]))) ++b;
+  std::string head;
+  for (size_t i = b; i < sql.size() && head.size() < 7; ++i)
+    head += static_cast<char>(std::tolower(static_cast<unsigned char>(sql[i])));
+  if (hasPrefix(head, "select") || hasPrefix(head, "pragma")) return QueryType::Read;
+  if (hasPrefix(head, "insert") || hasPrefix(head, "update") || hasPrefix(head, "delete") ||
+      hasPrefix(head, "replace"))
+    return QueryType::Write;
+  return QueryType::Other;
+}
+
+void DB::_logError(const std::string& sql) {
+  sysLog("DB Error: " + std::to_string(sqlite3_errcode(_db)) + " \"" + sqlite3_errmsg(_db) +
+         "\"");
+  sysLog("DB Query: " + sql);
+  sysLog("DB Path: " + _path);
+}
+
+sqlite3_stmt* DB::_prepare(const std::string& sql) {
+  sqlite3_stmt* stmt = nullptr;
+  for (;;) {
+    int rc = sqlite3_prepare_v2(_db, sql.c_str(), static_cast<int>(sql.size()) + 1, &stmt, nullptr);
+    if (isBusy(rc)) {
+      busyPause();
+      continue;
+    }
+    if (rc != SQLITE_OK) {
+      _logError(sql);
+      sqlite3_finalize(stmt);
+      return nullptr;
+    }
+    return stmt;
+  }
+}
+
+bool DB::_bind(sqlite3_stmt* stmt, const Row& vars, const std::string& sql, bool isUpdate) {
+  if (sqlite3_bind_parameter_count(stmt) != static_cast<int>(vars.size())) {
+    if (isUpdate)
+      sysLog("Error: the bind count is not correct for the # of variables (" + sql +
+             ") (executeUpdate)");
+    else
+      sysLog("Error: the bind count is not correct for the # of variables (executeQuery)");
+    return false;
+  }
+  for (size_t i = 0; i < vars.size(); ++i) {
+    int idx = static_cast<int>(i) + 1;
+    const Value& v = vars[i];
+    int rc = SQLITE_OK;
+    if (auto n = std::get_if<int64_t>(&v)) {
+      rc = sqlite3_bind_int64(stmt, idx, *n);
+    } else if (auto d = std::get_if<double>(&v)) {
+      rc = sqlite3_bind_double(stmt, idx, *d);
+    } else if (auto s = std::get_if<std::string>(&v)) {
+      rc = sqlite3_bind_text(stmt, idx, s->data(), static_cast<int>(s->size()), SQLITE_TRANSIENT);
+    } else if (auto b = std::get_if<Blob>(&v)) {
+      static const uint8_t empty = 0;
+      rc = sqlite3_bind_blob(stmt, idx, b->empty() ? &empty : b->data(),
+                             static_cast<int>(b->size()), SQLITE_TRANSIENT);
+    } else {
+      rc = sqlite3_bind_null(stmt, idx);
+    }
+    if (rc != SQLITE_OK) {
+      _logError(sql);
+      return false;
+    }
+  }
+  return true;
+}
+
+int DB::_step(sqlite3_stmt* stmt) {
+  for (;;) {
+    int rc = sqlite3_step(stmt);
+    if (!isBusy(rc)) return rc;
+    busyPause();
+  }
+}
+
+bool DB::inTransaction() const { return _db && !sqlite3_get_autocommit(_db); }
+
+bool DB::_begin() {
+  sqlite3_stmt* stmt = _prepare("begin exclusive transaction");
+  if (!stmt) return false;
+  int rc = _step(stmt);
+  sqlite3_finalize(stmt);
+  return rc == SQLITE_DONE;
+}
+
+bool DB::execute(const std::string& sql, const Row& vars, const RowCallback& onRow) {
+  std::lock_guard guard(_lock);
+  if (!_db) return false;
+  if (echo) sysLog(sql);
+  QueryType type = _queryType(sql);
+  if (type == QueryType::Write) {
+    mod = true;
+    if (!inTransaction()) _begin();
+  }
+  sqlite3_stmt* stmt = _prepare(sql);
+  if (!stmt) return false;
+  if (!_bind(stmt, vars, sql, type != QueryType::Read)) {
+    sqlite3_finalize(stmt);
+    return false;
+  }
+  int rc;
+  while ((rc = _step(stmt)) == SQLITE_ROW) {
+    if (onRow) onRow(stmt);
+  }
+  bool ok = rc == SQLITE_DONE;
+  if (!ok) _logError(sql);
+  sqlite3_finalize(stmt);
+  return ok;
+}
+
+bool DB::runWithResult(const std::string& sql, const Row& vars) { return execute(sql, vars); }
+
+void DB::run(const std::string& sql, const Row& vars) {
+  if (!runWithResult(sql, vars)) throw SqlError(sql);
+}
+
+std::vector<bool> DB::executeMany(const std::string& sql, const std::vector<Row>& rows) {
+  std::vector<bool> results;
+  results.reserve(rows.size());
+  std::lock_guard guard(_lock);
+  if (!_db) return std::vector<bool>(rows.size(), false);
+  if (_queryType(sql) == QueryType::Write) {
+    mod = true;
+    if (!inTransaction()) _begin();
+  }
+  // One prepare for all rows: the statement is reset between them, which is what a per-row
+  // memory pool achieves, without the cost of preparing each time.
+  sqlite3_stmt* stmt = _prepare(sql);
+  for (const Row& row : rows) {
+    if (!stmt) {
+      results.push_back(false);
+      continue;
+    }
+    sqlite3_reset(stmt);
+    sqlite3_clear_bindings(stmt);
+    bool ok = _bind(stmt, row, sql, true);
+    if (ok) {
+      int rc;
+      while ((rc = _step(stmt)) == SQLITE_ROW) {
+      }
+      ok = rc == SQLITE_DONE;
+      if (!ok) _logError(sql);
+    }
+    results.push_back(ok);
+  }
+  sqlite3_finalize(stmt);
+  return results;
+}
+
+void DB::executeScript(const std::string& script) {
+  mod = true;
+  commit();
+  size_t start = 0;
+  for (;;) {
+    size_t pos = script.find("; ", start);
+    std::string piece = script.substr(start, pos == std::string::npos ? std::string::npos
+                                                                      : pos - start);
+    bool blank = std::all_of(piece.begin(), piece.end(),
+                             [](unsigned char c) { return std::isspace(c) || c == ';'; });
+    if (!blank) execute(piece);
+    if (pos == std::string::npos) break;
+    start = pos + 2;
+  }
+}
+
+Value columnValue(sqlite3_stmt* stmt, int col) {
+  switch (sqlite3_column_type(stmt, col)) {
+    case SQLITE_INTEGER:
+      return static_cast<int64_t>(sqlite3_column_int64(stmt, col));
+    case SQLITE_FLOAT:
+      return sqlite3_column_double(stmt, col);
+    case SQLITE_BLOB: {
+      auto p = static_cast<const uint8_t*>(sqlite3_column_blob(stmt, col));
+      return Blob(p, p + sqlite3_column_bytes(stmt, col));
+    }
+    case SQLITE_NULL:
+      return Null{};
+    default: {
+      auto p = reinterpret_cast<const char*>(sqlite3_column_text(stmt, col));
+      return std::string(p ? p : "", static_cast<size_t>(sqlite3_column_bytes(stmt, col)));
+    }
+  }
+}
+
+std::optional<Value> DB::scalar(const std::string& sql, const Row& vars) {
+  std::optional<Value> out;
+  execute(sql, vars, [&](sqlite3_stmt* st) {
+    if (!out) out = columnValue(st, 0);
+  });
+  return out;
+}
+
+int64_t DB::scalarInt(const std::string& sql, const Row& vars) {
+  auto v = scalar(sql, vars);
+  return v ? toInt(*v) : 0;
+}
+
+std::optional<Row> DB::first(const std::string& sql, const Row& vars) {
+  std::optional<Row> out;
+  execute(sql, vars, [&](sqlite3_stmt* st) {
+    if (out) return;
+    int n = sqlite3_column_count(st);
+    Row row;
+    row.reserve(n);
+    for (int i = 0; i < n; ++i) row.push_back(columnValue(st, i));
+    out = std::move(row);
+  });
+  return out;
+}
+
+std::vector<Row> DB::all(const std::string& sql, const Row& vars) {
+  std::vector<Row> out;
+  execute(sql, vars, [&](sqlite3_stmt* st) {
+    int n = sqlite3_column_count(st);
+    Row row;
+    row.reserve(n);
+    for (int i = 0; i < n; ++i) row.push_back(columnValue(st, i));
+    out.push_back(std::move(row));
+  });
+  return out;
+}
+
+std::vector<Value> DB::list(const std::string& sql, const Row& vars) {
+  std::vector<Value> out;
+  execute(sql, vars, [&](sqlite3_stmt* st) { out.push_back(columnValue(st, 0)); });
+  return out;
+}
+
+void DB::beginTransaction() {
+  std::lock_guard guard(_lock);
+  if (_db) _begin();
+}
+
+void DB::commit() {
+  std::lock_guard guard(_lock);
+  if (!inTransaction()) return;
+  sqlite3_stmt* stmt = _prepare("commit transaction");
+  if (!stmt) return;
+  if (_step(stmt) != SQLITE_DONE) _logError("commit transaction");
+  sqlite3_finalize(stmt);
+}
+
+void DB::rollback() {
+  std::lock_guard guard(_lock);
+  if (!inTransaction()) {
+    sysLog("not in transaction...");
+    return;
+  }
+  sqlite3_stmt* stmt = _prepare("rollback transaction");
+  if (!stmt) return;
+  if (_step(stmt) != SQLITE_DONE) _logError("rollback transaction");
+  sqlite3_finalize(stmt);
+}
+
+void DB::close() {
+  std::lock_guard guard(_lock);
+  if (!_db) return;
+  while (sqlite3_stmt* leaked = sqlite3_next_stmt(_db, nullptr)) {
+    sysLog("Closing leaked statement");
+    sqlite3_finalize(leaked);
+  }
+  for (;;) {
+    int rc = sqlite3_close(_db);
+    if (!isBusy(rc)) break;
+    busyPause();
+  }
+  _db = nullptr;
+}
+
+}  // namespace rivo

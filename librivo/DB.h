@@ -1,0 +1,78 @@
+#pragma once
+// The SQLite wrapper every part of the program reaches the collection file through.
+
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "librivo/Value.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace rivo {
+
+class DB {
+ public:
+  enum class QueryType { Read, Write, Other };
+  using RowCallback = std::function<void(sqlite3_stmt*)>;
+
+  // Opens (creating if needed) the file; a failure leaves the wrapper without a connection.
+  explicit DB(std::string path);
+  ~DB();
+  DB(const DB&) = delete;
+  DB& operator=(const DB&) = delete;
+
+  static QueryType _queryType(std::string_view sql);
+
+  // The one path to the database. Reads stream each row to `onRow`; the result is whether
+  // the statement ran. Writes set `mod` and open the exclusive transaction if none is open.
+  bool execute(const std::string& sql, const Row& vars = {}, const RowCallback& onRow = {});
+  bool runWithResult(const std::string& sql, const Row& vars = {});
+  // As runWithResult, but a failure raises SqlError.
+  void run(const std::string& sql, const Row& vars = {});
+  std::vector<bool> executeMany(const std::string& sql, const std::vector<Row>& rows);
+  // Commits, then runs each piece of the script split at "; ".
+  void executeScript(const std::string& script);
+
+  std::optional<Value> scalar(const std::string& sql, const Row& vars = {});
+  std::optional<Row> first(const std::string& sql, const Row& vars = {});
+  std::vector<Row> all(const std::string& sql, const Row& vars = {});
+  std::vector<Value> list(const std::string& sql, const Row& vars = {});
+  // Convenience: scalar as an integer, 0 when there is no row or it is NULL.
+  int64_t scalarInt(const std::string& sql, const Row& vars = {});
+
+  void beginTransaction();
+  void commit();
+  void rollback();
+  void close();
+
+  bool isOpen() const { return _db != nullptr; }
+  bool inTransaction() const;
+  const std::string& path() const { return _path; }
+  sqlite3* handle() const { return _db; }
+
+  // Something has been written since the last save.
+  bool mod = false;
+  // Logs each statement; nothing turns it on.
+  bool echo = false;
+
+ private:
+  sqlite3_stmt* _prepare(const std::string& sql);
+  bool _bind(sqlite3_stmt* stmt, const Row& vars, const std::string& sql, bool isUpdate);
+  int _step(sqlite3_stmt* stmt);
+  void _logError(const std::string& sql);
+  bool _begin();
+
+  std::string _path;
+  sqlite3* _db = nullptr;
+  std::recursive_mutex _lock;
+};
+
+// Reads a column of the current row of a statement as a Value.
+Value columnValue(sqlite3_stmt* stmt, int col);
+
+}  // namespace rivo
