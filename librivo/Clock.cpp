@@ -28,9 +28,15 @@ Clock::Override::~Override() {
   gPinned.store(_hadPrevious, std::memory_order_release);
 }
 
-void Clock::Override::set(double seconds) { gPinnedTime.store(seconds); }
-void Clock::Override::advance(double seconds) { gPinnedTime.store(gPinnedTime.load() + seconds); }
+void Clock::Override::set(double seconds) {
+  gPinnedTime.store(seconds);
+}
+void Clock::Override::advance(double seconds) {
+  gPinnedTime.store(gPinnedTime.load() + seconds);
+}
 
-long long intTime(int scale) { return static_cast<long long>(Clock::now() * scale); }
+long long intTime(int scale) {
+  return static_cast<long long>(Clock::now() * scale);
+}
 
 }  // namespace rivo

@@ -14,12 +14,18 @@ namespace rivo {
 
 namespace {
 
-bool isBusy(int rc) { return rc == SQLITE_BUSY || rc == SQLITE_LOCKED; }
+bool isBusy(int rc) {
+  return rc == SQLITE_BUSY || rc == SQLITE_LOCKED;
+}
 
 // Busy and locked are retried for ever: the program has one connection, so it never waits long.
-void busyPause() { std::this_thread::sleep_for(std::chrono::microseconds(20)); }
+void busyPause() {
+  std::this_thread::sleep_for(std::chrono::microseconds(20));
+}
 
-bool hasPrefix(std::string_view s, std::string_view p) { return s.substr(0, p.size()) == p; }
+bool hasPrefix(std::string_view s, std::string_view p) {
+  return s.substr(0, p.size()) == p;
+}
 
 }  // namespace
 
@@ -35,7 +41,9 @@ DB::DB(std::string path) : _path(std::move(path)) {
   sqlite3_busy_timeout(_db, 0);
 }
 
-DB::~DB() { close(); }
+DB::~DB() {
+  close();
+}
 
 DB::QueryType DB::_queryType(std::string_view sql) {
   size_t b = 0;
@@ -51,8 +59,7 @@ DB::QueryType DB::_queryType(std::string_view sql) {
 }
 
 void DB::_logError(const std::string& sql) {
-  sysLog("DB Error: " + std::to_string(sqlite3_errcode(_db)) + " \"" + sqlite3_errmsg(_db) +
-         "\"");
+  sysLog("DB Error: " + std::to_string(sqlite3_errcode(_db)) + " \"" + sqlite3_errmsg(_db) + "\"");
   sysLog("DB Query: " + sql);
   sysLog("DB Path: " + _path);
 }
@@ -116,7 +123,9 @@ int DB::_step(sqlite3_stmt* stmt) {
   }
 }
 
-bool DB::inTransaction() const { return _db && !sqlite3_get_autocommit(_db); }
+bool DB::inTransaction() const {
+  return _db && !sqlite3_get_autocommit(_db);
+}
 
 bool DB::_begin() {
   sqlite3_stmt* stmt = _prepare("begin exclusive transaction");
@@ -151,7 +160,9 @@ bool DB::execute(const std::string& sql, const Row& vars, const RowCallback& onR
   return ok;
 }
 
-bool DB::runWithResult(const std::string& sql, const Row& vars) { return execute(sql, vars); }
+bool DB::runWithResult(const std::string& sql, const Row& vars) {
+  return execute(sql, vars);
+}
 
 void DB::run(const std::string& sql, const Row& vars) {
   if (!runWithResult(sql, vars)) throw SqlError(sql);
@@ -196,8 +207,8 @@ void DB::executeScript(const std::string& script) {
   size_t start = 0;
   for (;;) {
     size_t pos = script.find("; ", start);
-    std::string piece = script.substr(start, pos == std::string::npos ? std::string::npos
-                                                                      : pos - start);
+    std::string piece =
+        script.substr(start, pos == std::string::npos ? std::string::npos : pos - start);
     bool blank = std::all_of(piece.begin(), piece.end(),
                              [](unsigned char c) { return std::isspace(c) || c == ';'; });
     if (!blank) execute(piece);

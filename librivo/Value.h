@@ -17,7 +17,9 @@ using Blob = std::vector<uint8_t>;
 using Value = std::variant<Null, int64_t, double, std::string, Blob>;
 using Row = std::vector<Value>;
 
-inline bool isNull(const Value& v) { return std::holds_alternative<Null>(v); }
+inline bool isNull(const Value& v) {
+  return std::holds_alternative<Null>(v);
+}
 
 // Column values converted the way SQLite's affinity would read them.
 int64_t toInt(const Value& v);

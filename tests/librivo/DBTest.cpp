@@ -1,5 +1,154 @@
-#include <gtest/gtest.h>
 #include "librivo/DB.h"
-TEST(DBQueryType, Classifies) {
-  EXPECT_EQ(rivo::DB::_queryType("  SELECT 1"), rivo::DB::QueryType::Read);
+
+#include <gtest/gtest.h>
+
+#include "librivo/SqlError.h"
+#include "tests/support/TempDir.h"
+
+namespace rivo {
+namespace {
+
+class DBTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    db = std::make_unique<DB>(dir.file("t.db"));
+    db->executeScript("create table t (id integer primary key, v text not null)");
+    db->mod = false;
+  }
+  test::TempDir dir;
+  std::unique_ptr<DB> db;
+};
+
+TEST(DBQueryType, ClassifiesByTrimmedLowercasePrefix) {
+  using Q = DB::QueryType;
+  EXPECT_EQ(DB::_queryType("select 1"), Q::Read);
+  EXPECT_EQ(DB::_queryType("  \n\tSELECT 1"), Q::Read);
+  EXPECT_EQ(DB::_queryType("Pragma page_size"), Q::Read);
+  EXPECT_EQ(DB::_queryType("insert into t values (1)"), Q::Write);
+  EXPECT_EQ(DB::_queryType(" UPDATE t set v=1"), Q::Write);
+  EXPECT_EQ(DB::_queryType("delete from t"), Q::Write);
+  EXPECT_EQ(DB::_queryType("replace into t values (1)"), Q::Write);
+  EXPECT_EQ(DB::_queryType("create table x (a)"), Q::Other);
+  EXPECT_EQ(DB::_queryType("vacuum"), Q::Other);
+  EXPECT_EQ(DB::_queryType("analyze"), Q::Other);
+  EXPECT_EQ(DB::_queryType("with x as (select 1) select * from x"), Q::Other);
+  EXPECT_EQ(DB::_queryType(""), Q::Other);
 }
+
+TEST_F(DBTest, WritesSetModAndOpenATransactionReadsDoNot) {
+  db->scalar("select count() from t");
+  EXPECT_FALSE(db->mod);
+  EXPECT_FALSE(db->inTransaction());
+  db->run("update t set v='x' where id = 42");  // changes no row
+  EXPECT_TRUE(db->mod);
+  EXPECT_TRUE(db->inTransaction());
+  db->commit();
+  EXPECT_FALSE(db->inTransaction());
+  EXPECT_TRUE(db->mod) << "commit leaves the flag to the caller";
+}
+
+TEST_F(DBTest, VacuumAndAnalyzeNeitherSetModNorBeginAndFailInsideATransaction) {
+  EXPECT_TRUE(db->runWithResult("vacuum"));
+  EXPECT_TRUE(db->runWithResult("analyze"));
+  EXPECT_FALSE(db->mod);
+  EXPECT_FALSE(db->inTransaction());
+  db->run("insert into t values (1, 'a')");
+  EXPECT_FALSE(db->runWithResult("vacuum"));
+  EXPECT_THROW(db->run("vacuum"), SqlError);
+}
+
+TEST_F(DBTest, RunRaisesOnConstraintViolationWithTheQueryInTheMessage) {
+  db->run("insert into t values (1, 'a')");
+  try {
+    db->run("insert into t values (1, 'b')");
+    FAIL() << "expected SqlError";
+  } catch (const SqlError& e) {
+    EXPECT_EQ(e.query(), "insert into t values (1, 'b')");
+    EXPECT_NE(std::string(e.what()).find("Query was 'insert into t values (1, 'b')'"),
+              std::string::npos);
+  }
+  EXPECT_THROW(db->run("insert into t values (2, null)"), SqlError);
+}
+
+TEST_F(DBTest, ExecuteScriptCommitsFirstAndSplitsEvenInsideLiterals) {
+  db->run("insert into t values (1, 'a')");
+  ASSERT_TRUE(db->inTransaction());
+  // The literal holds the separator, so the script is cut there and both halves fail;
+  // the statement after it still runs.
+  db->executeScript("insert into t values (2, 'x; y'); insert into t values (3, 'c')");
+  db->rollback();
+  // Row 1 was committed by the script before it ran; row 3 went in its own transaction and
+  // was rolled back with it.
+  EXPECT_EQ(db->scalarInt("select count() from t where id = 1"), 1);
+  EXPECT_EQ(db->scalarInt("select count() from t where id = 2"), 0);
+  EXPECT_EQ(db->scalarInt("select count() from t"), 1);
+}
+
+TEST_F(DBTest, RollbackWithoutTransactionIsHarmless) {
+  db->rollback();
+  db->run("insert into t values (1, 'a')");
+  db->rollback();
+  EXPECT_EQ(db->scalarInt("select count() from t"), 0);
+}
+
+TEST_F(DBTest, ScalarTellsNoRowFromNull) {
+  EXPECT_FALSE(db->scalar("select v from t where id = 7").has_value());
+  auto v = db->scalar("select max(id) from t");
+  ASSERT_TRUE(v.has_value());
+  EXPECT_TRUE(isNull(*v));
+  EXPECT_FALSE(db->first("select * from t").has_value());
+  EXPECT_TRUE(db->all("select * from t").empty());
+}
+
+TEST_F(DBTest, ValuesRoundTripByType) {
+  db->executeScript("create table v (a, b, c, d, e, f)");
+  Blob bytes{0, 1, 2, 255};
+  db->run("insert into v values (?, ?, ?, ?, ?, ?)",
+          {int64_t{1} << 40, 2.5, std::string("t\xc3\xa9"), bytes, Blob{}, Null{}});
+  auto row = db->first("select a, b, c, d, e, f from v");
+  ASSERT_TRUE(row);
+  EXPECT_EQ(std::get<int64_t>((*row)[0]), int64_t{1} << 40);
+  EXPECT_DOUBLE_EQ(std::get<double>((*row)[1]), 2.5);
+  EXPECT_EQ(std::get<std::string>((*row)[2]), "t\xc3\xa9");
+  EXPECT_EQ(std::get<Blob>((*row)[3]), bytes);
+  EXPECT_EQ(std::get<Blob>((*row)[4]), Blob{}) << "an empty blob, not NULL";
+  EXPECT_TRUE(isNull((*row)[5]));
+  // Text ids reach integer columns through affinity.
+  db->run("insert into t values (?, 'z')", {std::string("99")});
+  EXPECT_EQ(db->scalarInt("select id from t where v = 'z'"), 99);
+}
+
+TEST_F(DBTest, WrongBindCountRunsNothing) {
+  EXPECT_FALSE(db->runWithResult("insert into t values (?, ?)", {int64_t{1}}));
+  EXPECT_FALSE(db->scalar("select v from t where id = ?").has_value());
+  EXPECT_TRUE(db->list("select v from t where id = ?", {int64_t{1}, int64_t{2}}).empty());
+  EXPECT_EQ(db->scalarInt("select count() from t"), 0);
+}
+
+TEST_F(DBTest, ExecuteManyGoesOnAfterAFailingRow) {
+  auto results = db->executeMany("insert into t values (?, ?)", {{int64_t{1}, std::string("a")},
+                                                                 {int64_t{1}, std::string("dup")},
+                                                                 {int64_t{2}},
+                                                                 {int64_t{3}, std::string("c")}});
+  EXPECT_EQ(results, (std::vector<bool>{true, false, false, true}));
+  EXPECT_EQ(db->list("select v from t order by id").size(), 2u);
+}
+
+TEST_F(DBTest, FailedQueryGivesEmptyResultAndClosedDbRefusesWork) {
+  EXPECT_TRUE(db->all("select nope from t").empty());
+  db->close();
+  EXPECT_FALSE(db->isOpen());
+  EXPECT_FALSE(db->runWithResult("insert into t values (1, 'a')"));
+  db->close();
+}
+
+TEST(DBOpen, ANonDatabaseFileFailsOnFirstUse) {
+  test::TempDir dir;
+  test::writeFile(dir.file("junk"), std::string(4096, 'x'));
+  DB db(dir.file("junk"));
+  EXPECT_FALSE(db.first("select crt from col").has_value());
+  EXPECT_EQ(test::readFile(dir.file("junk")), std::string(4096, 'x'));
+}
+
+}  // namespace
+}  // namespace rivo

@@ -1,0 +1,174 @@
+#include "librivo/Card.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "librivo/Clock.h"
+#include "librivo/Col.h"
+#include "librivo/DB.h"
+#include "librivo/DeckManager.h"
+#include "librivo/ModelManager.h"
+#include "librivo/Note.h"
+#include "librivo/Utils.h"
+
+namespace rivo {
+
+namespace {
+
+int64_t modelType(const Json& model) {
+  auto t = model.find("type");
+  return t == model.end() ? 0 : jsonInt(*t);
+}
+
+}  // namespace
+
+Card::Card(Col& c) : col(&c) {
+  id = timestampID(*c.db(), "cards");
+  crt = intTime(1);
+}
+
+Card::Card(Col& c, Id cardId) : col(&c), id(cardId) {
+  load();
+}
+
+void Card::load() {
+  _note.reset();
+  auto row = col->db()->first("select * from cards where id = ?", {id});
+  if (!row || row->size() < 18) return;
+  const Row& r = *row;
+  id = toInt(r[0]);
+  nid = toInt(r[1]);
+  did = toInt(r[2]);
+  ord = static_cast<int>(toInt(r[3]));
+  mod = toInt(r[4]);
+  usn = static_cast<int>(toInt(r[5]));
+  type = static_cast<int>(toInt(r[6]));
+  queue = static_cast<int>(toInt(r[7]));
+  due = toInt(r[8]);
+  ivl = toInt(r[9]);
+  factor = static_cast<int>(toInt(r[10]));
+  reps = static_cast<int>(toInt(r[11]));
+  lapses = static_cast<int>(toInt(r[12]));
+  left = static_cast<int>(toInt(r[13]));
+  odue = toInt(r[14]);
+  odid = toInt(r[15]);
+  flags = toInt(r[16]);
+  data = toText(r[17]);
+}
+
+void Card::_stamp() {
+  mod = intTime(1);
+  usn = col->usn();
+}
+
+void Card::flush() {
+  _stamp();
+  col->db()->run(
+      "insert or replace into cards values (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+      {id, nid, did, int64_t{ord}, mod, int64_t{usn}, int64_t{type}, int64_t{queue}, due, ivl,
+       int64_t{factor}, int64_t{reps}, int64_t{lapses}, int64_t{left}, odue, odid, flags, data});
+  col->log({"flush", description()});
+}
+
+void Card::flushSched() {
+  _stamp();
+  col->db()->run(
+      "update cards set mod=?, usn=?, type=?, queue=?, due=?, ivl=?, factor=?, reps=?, "
+      "lapses=?, left=?, odue=?, odid=?, did=? where id = ?",
+      {mod, int64_t{usn}, int64_t{type}, int64_t{queue}, due, ivl, int64_t{factor}, int64_t{reps},
+       int64_t{lapses}, int64_t{left}, odue, odid, did, id});
+  col->log({"flushSched", description()});
+}
+
+std::shared_ptr<Note> Card::noteAndReload(bool reload) {
+  if ((!_note || reload) && col) _note = col->getNote(nid);
+  return _note;
+}
+
+Json* Card::model() {
+  auto n = note();
+  return n ? col->models().get(n->mid) : nullptr;
+}
+
+const Json* Card::template_() {
+  const Json* m = model();
+  if (!m) return nullptr;
+  auto tmpls = m->find("tmpls");
+  if (tmpls == m->end() || !tmpls->is_array() || tmpls->empty()) return nullptr;
+  // A cloze type has one template that serves every ordinal.
+  if (modelType(*m) != 0) return &(*tmpls)[0];
+  if (ord < 0 || static_cast<size_t>(ord) >= tmpls->size()) return nullptr;
+  return &(*tmpls)[static_cast<size_t>(ord)];
+}
+
+void Card::startTimer() {
+  timerStarted = intTime(1000);
+}
+
+const Json* Card::_homeConf() {
+  DeckManager& dm = col->decks();
+  const Id home = odid ? odid : did;
+  std::string group = "1";
+  Json& decks = dm.decks();
+  auto deck = decks.find(std::to_string(home));
+  if (deck != decks.end() && deck->is_object()) {
+    auto conf = deck->find("conf");
+    // A filtered deck carries its own options and no group.
+    if (conf == deck->end() || conf->is_null()) return &*deck;
+    group = std::to_string(jsonInt(*conf, 1));
+  }
+  Json& confs = dm.deckConf();
+  auto found = confs.find(group);
+  if (found == confs.end()) found = confs.find("1");
+  return found == confs.end() ? nullptr : &*found;
+}
+
+int64_t Card::timeLimit() {
+  const Json* conf = _homeConf();
+  if (!conf) return 0;
+  auto maxTaken = conf->find("maxTaken");
+  return maxTaken == conf->end() ? 0 : jsonInt(*maxTaken) * 1000;
+}
+
+bool Card::shouldShowTimer() {
+  const Json* conf = _homeConf();
+  if (!conf) return false;
+  auto timer = conf->find("timer");
+  return timer != conf->end() && jsonInt(*timer) != 0;
+}
+
+int64_t Card::timeTaken() {
+  return std::min<int64_t>(intTime(1000) - timerStarted, timeLimit());
+}
+
+bool Card::isEmpty() {
+  auto n = note();
+  if (!n) return true;
+  const Json* m = model();
+  const std::vector<int> ords = ModelManager::availOrds(m ? *m : Json::object(), n->joinedFields());
+  return std::find(ords.begin(), ords.end(), ord) == ords.end();
+}
+
+std::string Card::emptyMessage() {
+  const Json* m = model();
+  char buf[512];
+  if (m && modelType(*m) == 1)
+    std::snprintf(buf, sizeof buf, kMissingClozeFormat, ord + 1, kSupportSite);
+  else
+    std::snprintf(buf, sizeof buf, kBlankFrontFormat, kSupportSite);
+  return buf;
+}
+
+std::string Card::description() const {
+  char buf[512];
+  std::snprintf(buf, sizeof buf,
+                "<Card id:%lld nid:%lld did:%lld ord:%d mod:%lld type:%d queue:%d due:%lld "
+                "ivl:%lld factor:%d reps:%d lapses:%d left:%d odue:%lld odid:%lld>",
+                static_cast<long long>(id), static_cast<long long>(nid),
+                static_cast<long long>(did), ord, static_cast<long long>(mod), type, queue,
+                static_cast<long long>(due), static_cast<long long>(ivl), factor, reps, lapses,
+                left, static_cast<long long>(odue), static_cast<long long>(odid));
+  return buf;
+}
+
+}  // namespace rivo

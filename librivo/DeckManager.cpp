@@ -1,0 +1,653 @@
+#include "librivo/DeckManager.h"
+
+#include <unicode/unistr.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "librivo/Card.h"
+#include "librivo/Clock.h"
+#include "librivo/Col.h"
+#include "librivo/DB.h"
+#include "librivo/SysLog.h"
+#include "librivo/Utils.h"
+
+namespace rivo {
+
+namespace {
+
+const char* const kDefaultDynamicDeck =
+    "{\"terms\": [[\"\", 100, 0]], \"separate\": true, \"collapsed\": false, \"newToday\": [0, "
+    "0], \"timeToday\": [0, 0], \"dyn\": 1, \"return\": true, \"revToday\": [0, 0], "
+    "\"lrnToday\": [0, 0], \"desc\": \"\", \"usn\": 0, \"delays\": null, \"resched\": true}";
+
+const char* const kDefaultConf =
+    "{\"maxTaken\": 60, \"name\": \"Default\", \"usn\": 0, \"new\": {\"perDay\": 20, "
+    "\"delays\": [1, 10], \"separate\": true, \"ints\": [1, 4, 7], \"initialFactor\": 2500, "
+    "\"order\": 1}, \"lapse\": {\"leechFails\": 8, \"minInt\": 1, \"delays\": [10], "
+    "\"leechAction\": 0, \"mult\": 0}, \"mod\": 0, \"rev\": {\"perDay\": 100, \"fuzz\": 0.05, "
+    "\"ivlFct\": 1, \"maxIvl\": 36500, \"ease4\": 1.3, \"minSpace\": 1}, \"timer\": 0, "
+    "\"autoplay\": true}";
+
+constexpr std::string_view kSep = "::";
+const char* const kRenameError = "Cannot rename deck";
+
+Json decodeObject(const std::string& text) {
+  if (text.empty()) return Json::object();
+  Json j = decodeJson(text);
+  if (!j.is_object()) return Json::object();
+  return j;
+}
+
+// The dictionary key of an id as a blob may hold it; empty for something that is no id.
+std::string keyOf(const Json& id) {
+  if (id.is_string()) return id.get<std::string>();
+  if (id.is_number_unsigned()) return std::to_string(id.get<uint64_t>());
+  if (id.is_number_integer()) return std::to_string(id.get<int64_t>());
+  if (id.is_number_float()) return std::to_string(static_cast<int64_t>(id.get<double>()));
+  return {};
+}
+
+Id idOfKey(const std::string& key) {
+  return std::strtoll(key.c_str(), nullptr, 10);
+}
+
+const std::string& nameOf(const Json& deck) {
+  static const std::string kNone;
+  if (!deck.is_object()) return kNone;
+  auto it = deck.find("name");
+  return it != deck.end() && it->is_string() ? it->get_ref<const std::string&>() : kNone;
+}
+
+// Truth of a flag that files from elsewhere may hold as a boolean, a number or a string.
+bool truth(const Json& v) {
+  if (v.is_boolean()) return v.get<bool>();
+  if (v.is_number()) return v.get<double>() != 0;
+  if (v.is_string()) {
+    const std::string& s = v.get_ref<const std::string&>();
+    size_t i = s.find_first_not_of(" \t\n");
+    if (i == std::string::npos) return false;
+    char c = s[i];
+    return c == 'Y' || c == 'y' || c == 'T' || c == 't' || (c >= '1' && c <= '9');
+  }
+  return false;
+}
+
+bool truthOfKey(const Json& obj, const char* key) {
+  if (!obj.is_object()) return false;
+  auto it = obj.find(key);
+  return it != obj.end() && truth(*it);
+}
+
+bool isAscii(std::string_view s) {
+  return std::all_of(s.begin(), s.end(), [](char c) { return (c & 0x80) == 0; });
+}
+
+std::string lowered(const std::string& s) {
+  if (isAscii(s)) {
+    std::string out = s;
+    for (char& c : out)
+      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return out;
+  }
+  std::string out;
+  icu::UnicodeString::fromUTF8(s).toLower().toUTF8String(out);
+  return out;
+}
+
+// Compares a stored name with an already lowered one. Names are nearly always ASCII, so the
+// common case needs no allocation.
+bool sameLowered(const std::string& stored, const std::string& lowerName, bool lowerIsAscii) {
+  if (lowerIsAscii && isAscii(stored)) {
+    if (stored.size() != lowerName.size()) return false;
+    for (size_t i = 0; i < stored.size(); ++i) {
+      char c = stored[i];
+      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+      if (c != lowerName[i]) return false;
+    }
+    return true;
+  }
+  return lowered(stored) == lowerName;
+}
+
+bool startsWith(std::string_view s, std::string_view prefix) {
+  return s.size() >= prefix.size() && s.compare(0, prefix.size(), prefix) == 0;
+}
+
+std::string_view trimmed(std::string_view s) {
+  const char* blanks = " \t\n\r\f\v";
+  size_t b = s.find_first_not_of(blanks);
+  if (b == std::string_view::npos) return {};
+  size_t e = s.find_last_not_of(blanks);
+  return s.substr(b, e - b + 1);
+}
+
+}  // namespace
+
+Json DeckManager::getDefaultDeck() {
+  return Json{{"extendRev", 50},
+              {"collapsed", false},
+              {"newToday", {0, 0}},
+              {"timeToday", {0, 0}},
+              {"dyn", 0},
+              {"extendNew", 10},
+              {"conf", 1},
+              {"revToday", {0, 0}},
+              {"lrnToday", {0, 0}},
+              {"desc", ""},
+              {"usn", 0}};
+}
+
+Json DeckManager::getDefaultDynamicDeck() {
+  return decodeJson(kDefaultDynamicDeck);
+}
+
+Json DeckManager::getDefaultConf() {
+  return decodeJson(kDefaultConf);
+}
+
+std::string DeckManager::normalizeName(std::string_view name) {
+  std::string out;
+  for (const std::string& part : _path(std::string(name))) {
+    std::string_view level = trimmed(part);
+    if (level.empty()) continue;
+    if (!out.empty()) out += kSep;
+    out += level;
+  }
+  return out;
+}
+
+// --- Loading and saving ---
+
+void DeckManager::loadDecks(const std::string& decksJson, const std::string& confJson) {
+  _decks = decodeObject(decksJson);
+  _deckConf = decodeObject(confJson);
+  _deckIDs.clear();
+  for (auto& [key, deck] : _decks.items()) {
+    if (deck.is_object() && deck.contains("name") && deck["name"].is_string())
+      _deckIDs[deck["name"].get<std::string>()] = key;
+  }
+  _changed = false;
+}
+
+void DeckManager::save(Json* obj) {
+  if (obj) {
+    (*obj)["mod"] = intTime(1);
+    (*obj)["usn"] = _col.usn();
+  }
+  _changed = true;
+}
+
+void DeckManager::flush() {
+  if (!_changed) return;
+  for (auto& [key, deck] : _decks.items()) {
+    if (deck.is_object() && deck.contains("id")) deck["id"] = jsonInt(deck["id"]);
+  }
+  std::string error;
+  std::string decks = jsonString(_decks, &error);
+  if (!error.empty()) sysLog("error serializing decks JSON: " + error);
+  error.clear();
+  std::string conf = jsonString(_deckConf, &error);
+  if (!error.empty()) sysLog("error serializing deck conf SON: " + error);
+  _col.db()->run("update col set decks=?, dconf=?", {decks, conf});
+  _changed = false;
+}
+
+void DeckManager::beforeUpload() {
+  for (auto& [key, deck] : _decks.items())
+    if (deck.is_object()) deck["usn"] = 0;
+  for (auto& [key, conf] : _deckConf.items())
+    if (conf.is_object()) conf["usn"] = 0;
+  save();
+}
+
+// --- Decks by id and name ---
+
+Json* DeckManager::getDeck(const Json& did, bool orDefault) {
+  std::string key = keyOf(did);
+  if (!key.empty()) {
+    auto it = _decks.find(key);
+    if (it != _decks.end()) return &*it;
+  }
+  if (!orDefault) return nullptr;
+  auto it = _decks.find("1");
+  return it != _decks.end() ? &*it : nullptr;
+}
+
+Json* DeckManager::byName(const std::string& name) {
+  for (auto& [key, deck] : _decks.items())
+    if (deck.is_object() && nameOf(deck) == name) return &deck;
+  return nullptr;
+}
+
+std::string DeckManager::name(const Json& did) {
+  Json* deck = getDeck(did);
+  return deck ? nameOf(*deck) : std::string();
+}
+
+std::vector<Json*> DeckManager::all() {
+  std::vector<Json*> out;
+  out.reserve(_decks.size());
+  for (auto& [key, deck] : _decks.items()) out.push_back(&deck);
+  return out;
+}
+
+std::vector<Id> DeckManager::allIds() const {
+  std::vector<Id> out;
+  out.reserve(_decks.size());
+  for (const auto& [key, deck] : _decks.items()) out.push_back(idOfKey(key));
+  return out;
+}
+
+std::vector<std::string> DeckManager::allNames(bool dyn) const {
+  std::vector<std::string> out;
+  out.reserve(_decks.size());
+  for (const auto& [key, deck] : _decks.items()) {
+    if (!dyn && truthOfKey(deck, "dyn")) continue;
+    out.push_back(nameOf(deck));
+  }
+  return out;
+}
+
+Id DeckManager::getID(const std::string& name, bool create) {
+  return _getID(name, create, nullptr);
+}
+
+Id DeckManager::getID(const std::string& name, bool create, const Json& type) {
+  return _getID(name, create, &type);
+}
+
+Id DeckManager::_getID(const std::string& name, bool create, const Json* type) {
+  if (Id id = _find(name)) return id;
+  // Lookups take the name as given, so a deck from elsewhere with stray blanks is still found;
+  // what is created is always the clean form.
+  std::string clean = normalizeName(name);
+  if (clean != name)
+    if (Id id = _find(clean)) return id;
+  if (!create || clean.empty()) return 0;
+  return _create(clean, type ? *type : getDefaultDeck());
+}
+
+Id DeckManager::_find(const std::string& name) {
+  std::string lower = lowered(name);
+  bool ascii = isAscii(lower);
+  for (const auto& [key, deck] : _decks.items()) {
+    if (deck.is_object() && sameLowered(nameOf(deck), lower, ascii)) return idOfKey(key);
+  }
+  auto hit = _deckIDs.find(name);
+  // The index may be stale; an entry whose deck has gone is no answer.
+  if (hit != _deckIDs.end() && _decks.contains(hit->second)) return idOfKey(hit->second);
+  return 0;
+}
+
+Id DeckManager::_create(const std::string& name, const Json& type) {
+  Json deck = type;
+  deck["name"] = name.find(kSep) != std::string::npos ? _ensureParents(name) : name;
+  Id id = _freshId(_decks);
+  std::string key = std::to_string(id);
+  deck["id"] = id;
+  Json& stored = _decks[key] = std::move(deck);
+  _deckIDs[nameOf(stored)] = key;
+  save(&stored);
+  maybeAddToActive();
+  return id;
+}
+
+Id DeckManager::_freshId(const Json& blob) {
+  // Ids are creation milliseconds: wait for the clock rather than invent one.
+  Id id = intTime(1000);
+  while (blob.contains(std::to_string(id))) id = intTime(1000);
+  return id;
+}
+
+void DeckManager::update(const Json& deck) {
+  if (!deck.is_object() || !deck.contains("id")) return;
+  std::string key = keyOf(deck["id"]);
+  if (key.empty()) return;
+  _decks[key] = deck;
+  maybeAddToActive();
+  save();
+}
+
+bool DeckManager::isDyn(const Json& did) {
+  Json* deck = getDeck(did);
+  return deck && truthOfKey(*deck, "dyn");
+}
+
+Id DeckManager::newDyn(const std::string& name) {
+  Id did = getID(name, getDefaultDynamicDeck());
+  if (did) select(did);
+  return did;
+}
+
+void DeckManager::collapse(const Json& did) {
+  Json* deck = getDeck(did);
+  if (!deck || !deck->is_object()) return;
+  // Reads `collapsed` and writes `collapse`: two keys, kept apart for the file format.
+  (*deck)["collapse"] = truthOfKey(*deck, "collapsed") ? 0 : 1;
+  save(deck);
+}
+
+// --- Renaming and removing ---
+
+void DeckManager::rename(Json& deck, const std::string& newName) {
+  std::string wanted = normalizeName(newName);
+  if (wanted.empty()) throw DeckNameError(kRenameError, "Invalid deck name.");
+  std::vector<std::string> names = allNames();
+  if (std::find(names.begin(), names.end(), wanted) != names.end())
+    throw DeckNameError(kRenameError, "New deck name conflicts with existing name");
+  const std::string oldName = nameOf(deck);
+  std::string oldPrefix = oldName + std::string(kSep);
+  // A deck under itself would have no parent left, and the deck tree would drop it.
+  if (!oldName.empty() && startsWith(lowered(wanted), lowered(oldPrefix)))
+    throw DeckNameError(kRenameError, "A deck can't be moved under itself.");
+
+  wanted = _ensureParents(wanted);
+  std::string newPrefix = wanted + std::string(kSep);
+  for (auto& [key, other] : _decks.items()) {
+    if (!other.is_object()) continue;
+    const std::string& otherName = nameOf(other);
+    // A blank name is a prefix of every name: only its own children follow it.
+    if (oldName.empty() ? !startsWith(otherName, oldPrefix) : !startsWith(otherName, oldName))
+      continue;
+    // Only the leading level is replaced, so a deeper level of the same name stays.
+    if (startsWith(otherName, oldPrefix))
+      other["name"] = newPrefix + otherName.substr(oldPrefix.size());
+    save(&other);
+  }
+  _deckIDs.erase(oldName);
+  _deckIDs[wanted] = keyOf(deck.contains("id") ? deck["id"] : Json());
+  deck["name"] = wanted;
+  save(&deck);
+}
+
+void DeckManager::removeDeck(const Json& did, bool cards, bool children) {
+  std::string key = keyOf(did);
+  if (key.empty()) return;
+  if (key == "1") {
+    // Deck 1 can't go; at most it leaves a parent it was moved under.
+    Json* deck = getDeck(key, false);
+    if (deck && nameOf(*deck).find(kSep) != std::string::npos) {
+      (*deck)["name"] = "Default";
+      save(deck);
+    }
+    return;
+  }
+  Id id = idOfKey(key);
+  // The grave goes first, so a deck removed elsewhere still reaches the other side.
+  _col._logRem({id}, 2);
+  auto it = _decks.find(key);
+  if (it == _decks.end()) return;
+
+  bool dyn = truthOfKey(*it, "dyn");
+  if (dyn) {
+    // the scheduler issue wires this: emptyDyn(id) sends the deck's cards home first.
+  }
+  if (children) {
+    // Deepest first: each descendant is then gone before its parent's turn, and gets one grave.
+    auto kids = this->children(key);
+    std::sort(kids.begin(), kids.end(),
+              [](const auto& a, const auto& b) { return a.first > b.first; });
+    for (const auto& [kidName, kid] : kids) removeDeck(kid, cards, true);
+  }
+  if (!dyn && cards) _col.remCards(cardIDs(key));
+
+  it = _decks.find(key);
+  if (it != _decks.end()) {
+    _deckIDs.erase(nameOf(*it));
+    _decks.erase(it);
+  }
+  std::vector<Id> act = active();
+  if (std::find(act.begin(), act.end(), id) != act.end() && !_decks.empty())
+    select(_decks.begin().key());
+  save();
+}
+
+// --- Hierarchy ---
+
+std::vector<std::string> DeckManager::_path(const std::string& name) {
+  std::vector<std::string> out;
+  size_t start = 0;
+  while (true) {
+    size_t at = name.find(kSep, start);
+    if (at == std::string::npos) {
+      out.push_back(name.substr(start));
+      return out;
+    }
+    out.push_back(name.substr(start, at - start));
+    start = at + kSep.size();
+  }
+}
+
+std::string DeckManager::_basename(const std::string& name) {
+  return _path(name).back();
+}
+
+std::string DeckManager::_ensureParents(const std::string& name) {
+  std::vector<std::string> path = _path(name);
+  if (path.size() < 2) return name;
+  std::string running;
+  for (size_t i = 0; i + 1 < path.size(); ++i) {
+    if (running.empty())
+      running = path[i];
+    else
+      running += std::string(kSep) + path[i];
+    // Takes the spelling of an existing parent, case included.
+    Id pid = getID(running);
+    if (Json* parent = getDeck(pid, pid != 0)) running = nameOf(*parent);
+  }
+  return running + std::string(kSep) + path.back();
+}
+
+std::vector<std::pair<std::string, Id>> DeckManager::children(const Json& did) {
+  std::vector<std::pair<std::string, Id>> out;
+  Json* deck = getDeck(did, false);
+  if (!deck) return out;
+  std::string prefix = nameOf(*deck) + std::string(kSep);
+  for (const auto& [key, other] : _decks.items()) {
+    const std::string& otherName = nameOf(other);
+    if (startsWith(otherName, prefix)) out.emplace_back(otherName, idOfKey(key));
+  }
+  return out;
+}
+
+std::vector<Json*> DeckManager::parents(const Json& did) {
+  std::vector<Json*> out;
+  Json* deck = getDeck(did);
+  if (!deck) return out;
+  std::vector<std::string> path = _path(nameOf(*deck));
+  std::string running;
+  for (size_t i = 0; i + 1 < path.size(); ++i) {
+    running += (i ? std::string(kSep) : std::string()) + path[i];
+    // A level that can't be a deck name (empty) has no deck to count into.
+    if (Id pid = getID(running))
+      if (Json* parent = getDeck(pid)) out.push_back(parent);
+  }
+  return out;
+}
+
+bool DeckManager::_isParent(const std::string& parentName, const std::string& childName) {
+  // Compares a path of strings with [path, basename]: never equal for real names. Nothing
+  // relies on it; it stays as the file's other readers have it.
+  Json child = _path(childName);
+  Json probe = Json::array({Json(_path(parentName)), _basename(childName)});
+  return child == probe;
+}
+
+bool DeckManager::_isAncestor(const std::string& ancestorName, const std::string& descendantName) {
+  std::vector<std::string> anc = _path(ancestorName);
+  std::vector<std::string> desc = _path(descendantName);
+  if (desc.size() < anc.size()) return false;
+  return std::equal(anc.begin(), anc.end(), desc.begin());
+}
+
+// --- Selection ---
+
+std::vector<Id> DeckManager::active() const {
+  std::vector<Id> out;
+  const Json& conf = _col.conf();
+  auto it = conf.find("activeDecks");
+  if (it == conf.end() || !it->is_array()) return out;
+  for (const Json& v : *it) out.push_back(jsonInt(v));
+  return out;
+}
+
+Id DeckManager::selected() const {
+  const Json& conf = _col.conf();
+  auto it = conf.find("curDeck");
+  return it == conf.end() ? 0 : jsonInt(*it);
+}
+
+Json* DeckManager::current() {
+  return getDeck(selected(), false);
+}
+
+void DeckManager::select(const Json& did) {
+  std::string key = keyOf(did);
+  if (key.empty()) return;
+  _col.conf()["curDeck"] = key;
+  auto kids = children(key);
+  std::sort(kids.begin(), kids.end(),
+            [](const auto& a, const auto& b) { return a.first < b.first; });
+  Json act = Json::array({key});
+  for (const auto& [kidName, kid] : kids) act.push_back(std::to_string(kid));
+  _col.conf()["activeDecks"] = std::move(act);
+  _changed = true;
+}
+
+void DeckManager::maybeAddToActive() {
+  // Picks up a new child of the selected deck; a selected deck that has gone stays unselected.
+  if (Json* deck = current())
+    if (deck->contains("id")) select((*deck)["id"]);
+}
+
+// --- Option groups ---
+
+std::vector<Json*> DeckManager::allConf() {
+  std::vector<Json*> out;
+  out.reserve(_deckConf.size());
+  for (auto& [key, conf] : _deckConf.items()) out.push_back(&conf);
+  return out;
+}
+
+Json* DeckManager::getConf(const Json& confId) {
+  auto it = _deckConf.find(keyOf(confId));
+  return it != _deckConf.end() ? &*it : nullptr;
+}
+
+Json* DeckManager::confForDid(const Json& did) {
+  Json* deck = getDeck(did);
+  if (!deck || !deck->is_object()) return nullptr;
+  auto confId = deck->find("conf");
+  if (confId == deck->end() || confId->is_null()) return deck;
+  Json* conf = getConf(*confId);
+  // A group that hasn't arrived yet (or was lost) reads as the default group.
+  if (!conf) conf = getConf("1");
+  if (!conf) return nullptr;
+  (*conf)["dyn"] = false;
+  return conf;
+}
+
+Json* DeckManager::confForCard(const Card& card) {
+  return confForDid(card.odid ? card.odid : card.did);
+}
+
+void DeckManager::updateConf(const Json& conf) {
+  if (!conf.is_object() || !conf.contains("id")) return;
+  std::string key = keyOf(conf["id"]);
+  if (key.empty()) return;
+  _deckConf[key] = conf;
+  save();
+}
+
+Id DeckManager::confIdForName(const std::string& name, const Json* cloneFrom) {
+  Json conf = cloneFrom ? *cloneFrom : getDefaultConf();
+  Id id = _freshId(_deckConf);
+  conf["id"] = id;
+  conf["name"] = name;
+  Json& stored = _deckConf[std::to_string(id)] = std::move(conf);
+  save(&stored);
+  return id;
+}
+
+void DeckManager::remConf(const Json& confId) {
+  std::string key = keyOf(confId);
+  if (key == "1") throw std::logic_error("[configID intValue]!=1");
+  _col.modSchema();
+  _deckConf.erase(key);
+  for (auto& [dkey, deck] : _decks.items()) {
+    if (!deck.is_object()) continue;
+    auto it = deck.find("conf");
+    if (it != deck.end() && !it->is_null() && keyOf(*it) == key) {
+      *it = 1;
+      save(&deck);
+    }
+  }
+}
+
+void DeckManager::setConf(Json& deck, Id confId) {
+  deck["conf"] = confId;
+  save(&deck);
+}
+
+std::vector<Id> DeckManager::didsForConf(const Json& conf) const {
+  std::vector<Id> out;
+  if (!conf.is_object() || !conf.contains("id")) return out;
+  Id confId = jsonInt(conf["id"]);
+  for (const auto& [key, deck] : _decks.items()) {
+    if (!deck.is_object()) continue;
+    auto it = deck.find("conf");
+    if (it != deck.end() && !it->is_null() && jsonInt(*it) == confId)
+      out.push_back(deck.contains("id") ? jsonInt(deck["id"]) : idOfKey(key));
+  }
+  return out;
+}
+
+void DeckManager::restoreToDefault(Json& conf) {
+  const Json* oldNew = conf.contains("new") ? &conf["new"] : nullptr;
+  bool hadOrder =
+      oldNew && oldNew->is_object() && oldNew->contains("order") && !(*oldNew)["order"].is_null();
+  Json fresh = getDefaultConf();
+  fresh["id"] = conf.contains("id") ? conf["id"] : Json();
+  fresh["name"] = conf.contains("name") ? conf["name"] : Json();
+  updateConf(fresh);
+  if (Json* stored = getConf(fresh["id"])) save(stored);
+  if (!hadOrder) {
+    // the scheduler issue wires this: resortConf(group) re-sorts the new cards of its decks.
+  }
+}
+
+// --- Cards ---
+
+std::vector<Id> DeckManager::cardIDs(const Json& did, bool children) {
+  std::vector<Value> rows;
+  Id id = idOfKey(keyOf(did));
+  if (!children) {
+    rows = _col.db()->list("select id from cards where did=?", {id});
+  } else {
+    std::vector<Id> dids{id};
+    for (const auto& [kidName, kid] : this->children(did)) dids.push_back(kid);
+    rows = _col.db()->list("select id from cards where did in " + ids2str(dids));
+  }
+  std::vector<Id> out;
+  out.reserve(rows.size());
+  for (const Value& v : rows) out.push_back(toInt(v));
+  return out;
+}
+
+void DeckManager::setDeckForCardIDs(const std::vector<Id>& ids, Id did) {
+  // mod is written in milliseconds here, unlike every other card write; the file keeps it so.
+  _col.db()->run("update cards set did=?,usn=?,mod=? where id in " + ids2str(ids),
+                 {did, int64_t{_col.usn()}, static_cast<int64_t>(intTime(1000))});
+}
+
+void DeckManager::recoverOrphans() {
+  // A repair, not a change of the user's: the collection must not count as modified by it.
+  DB& db = *_col.db();
+  bool mod = db.mod;
+  db.run("update cards set did = 1 where did not in " + ids2str(allIds()));
+  db.mod = mod;
+}
+
+}  // namespace rivo

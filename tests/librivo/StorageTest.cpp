@@ -1,0 +1,142 @@
+#include "librivo/Storage.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "librivo/Clock.h"
+#include "librivo/Col.h"
+#include "librivo/DB.h"
+#include "tests/support/TempDir.h"
+
+namespace rivo {
+namespace {
+
+std::string schemaOf(DB& db, const std::string& name) {
+  auto v = db.scalar("select sql from sqlite_master where name = ?", {name});
+  return v ? toText(*v) : std::string();
+}
+
+TEST(Storage, NewFileHasTheExactSchemaPragmasAndRows) {
+  test::TempDir dir;
+  std::string path = dir.file("collection.rivo2");
+  int64_t before = intTime(1000);
+  {
+    auto col = Storage::open(path);
+    ASSERT_TRUE(col);
+    col->close();
+  }
+  DB db(path);
+  EXPECT_EQ(schemaOf(db, "col"),
+            "CREATE TABLE col (id integer primary key, crt integer not null, mod integer not "
+            "null, scm integer not null, ver integer not null, dty integer not null, usn integer "
+            "not null, ls integer not null, conf text not null, models text not null, decks text "
+            "not null, dconf text not null, tags text not null)");
+  EXPECT_EQ(schemaOf(db, "notes"),
+            "CREATE TABLE notes (id integer primary key, guid text not null, mid integer not "
+            "null, mod integer not null, usn integer not null, tags text not null, flds text not "
+            "null, sfld integer not null, csum integer not null, flags integer not null, data "
+            "text not null)");
+  EXPECT_EQ(schemaOf(db, "cards"),
+            "CREATE TABLE cards (id integer primary key, nid integer not null, did integer not "
+            "null, ord integer not null, mod integer not null, usn integer not null, type integer "
+            "not null, queue integer not null, due integer not null, ivl integer not null, factor "
+            "integer not null, reps integer not null, lapses integer not null, left integer not "
+            "null, odue integer not null, odid integer not null, flags integer not null, data "
+            "text not null)");
+  EXPECT_EQ(schemaOf(db, "revlog"),
+            "CREATE TABLE revlog (id integer primary key, cid integer not null, usn integer not "
+            "null, ease integer not null, ivl integer not null, lastIvl integer not null, factor "
+            "integer not null, time integer not null, type integer not null)");
+  EXPECT_EQ(schemaOf(db, "graves"),
+            "CREATE TABLE graves (usn integer not null, oid integer not null, type integer not "
+            "null)");
+  const std::vector<std::pair<std::string, std::string>> indices = {
+      {"ix_notes_usn", "notes (usn)"},
+      {"ix_cards_usn", "cards (usn)"},
+      {"ix_revlog_usn", "revlog (usn)"},
+      {"ix_cards_nid", "cards (nid)"},
+      {"ix_cards_sched", "cards (did, queue, due)"},
+      {"ix_revlog_cid", "revlog (cid)"},
+      {"ix_notes_csum", "notes (csum)"}};
+  for (const auto& [name, on] : indices)
+    EXPECT_EQ(schemaOf(db, name), "CREATE INDEX " + name + " on " + on);
+  EXPECT_EQ(db.scalarInt("select count() from sqlite_master where type = 'index' and name "
+                         "not like 'sqlite_%'"),
+            7);
+  EXPECT_EQ(db.scalarInt("pragma page_size"), 4096);
+  EXPECT_EQ(toText(*db.scalar("pragma journal_mode")), "delete");
+  EXPECT_EQ(toText(*db.scalar("pragma integrity_check")), "ok");
+  EXPECT_EQ(db.scalarInt("select count() from sqlite_master where name = 'sqlite_stat1'"), 1)
+      << "analyze ran";
+
+  auto row = db.first("select id, crt, mod, scm, ver, dty, usn, ls, models, tags from col");
+  ASSERT_TRUE(row);
+  EXPECT_EQ(toInt((*row)[0]), 1);
+  EXPECT_GT(toInt((*row)[1]), 0) << "crt is set by the first save";
+  EXPECT_GE(toInt((*row)[3]), before);
+  EXPECT_LE(toInt((*row)[3]), intTime(1000));
+  EXPECT_EQ(toInt((*row)[4]), 11);
+  EXPECT_EQ(toInt((*row)[5]), 0);
+  EXPECT_EQ(toInt((*row)[6]), 0);
+  EXPECT_EQ(toInt((*row)[7]), 0);
+  EXPECT_EQ(toText((*row)[9]), "{}");
+  EXPECT_EQ(db.scalarInt("select count() from col"), 1);
+
+  Json conf = decodeJson(toText(*db.scalar("select conf from col")));
+  EXPECT_EQ(conf["lastUnburied"], 0) << "cards are unburied at open";
+  conf.erase("lastUnburied");
+  EXPECT_EQ(conf, Col::getDefaultConf());
+  Json decks = decodeJson(toText(*db.scalar("select decks from col")));
+  ASSERT_EQ(decks.size(), 1u);
+  EXPECT_EQ(decks["1"]["name"], "Default");
+  EXPECT_EQ(decks["1"]["id"], "1");
+  EXPECT_EQ(decks["1"]["conf"], "1");
+  EXPECT_TRUE(decks["1"]["mod"].is_string());
+  EXPECT_EQ(decks["1"]["newToday"], Json::array({0, 0}));
+  EXPECT_EQ(decks["1"]["extendRev"], 50);
+  Json dconf = decodeJson(toText(*db.scalar("select dconf from col")));
+  ASSERT_EQ(dconf.size(), 1u);
+  EXPECT_EQ(dconf["1"]["id"], 1);
+  EXPECT_EQ(dconf["1"]["new"]["delays"], Json::array({1, 10}));
+  EXPECT_EQ(dconf["1"]["lapse"]["leechFails"], 8);
+  EXPECT_DOUBLE_EQ(dconf["1"]["rev"]["ease4"].get<double>(), 1.3);
+}
+
+TEST(Storage, ANonDatabaseFileOpensToNothingAndIsLeftInPlace) {
+  test::TempDir dir;
+  std::string path = dir.file("collection.rivo2");
+  std::string junk = "this is not a database, just some text the user put here\n";
+  test::writeFile(path, junk);
+  EXPECT_EQ(Storage::open(path), nullptr);
+  EXPECT_EQ(test::readFile(path), junk);
+}
+
+TEST(Storage, AnEmptyDatabaseWithoutColRowOpensToNothing) {
+  test::TempDir dir;
+  std::string path = dir.file("collection.rivo2");
+  {
+    DB db(path);
+    db.executeScript("create table other (a)");
+  }
+  EXPECT_EQ(Storage::open(path), nullptr);
+}
+
+TEST(Storage, ReopeningKeepsTheFileAndTakesTheLock) {
+  test::TempDir dir;
+  std::string path = dir.file("collection.rivo2");
+  int64_t scm;
+  {
+    auto col = Storage::open(path);
+    scm = col->scm();
+    col->close();
+  }
+  auto col = Storage::open(path);
+  ASSERT_TRUE(col);
+  EXPECT_EQ(col->scm(), scm);
+  EXPECT_TRUE(col->db()->inTransaction()) << "an open collection holds the exclusive lock";
+  EXPECT_FALSE(col->db()->mod);
+}
+
+}  // namespace
+}  // namespace rivo
