@@ -1,0 +1,148 @@
+#pragma once
+// The spine of the application: the one object that owns the open collection, the profiles
+// and preferences, the main loop and the work queue, the save timer and the popup and
+// spinner state. Whoever needs the collection asks AppDelegate::shared()->col().
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "app/Dispatch.h"
+#include "app/NotificationCenter.h"
+#include "app/Timer.h"
+#include "librivo/Json.h"
+
+namespace rivo {
+
+class Col;
+class Preferences;
+class ProfileManager;
+class SignalWatcher;
+class Ui;
+
+class AppDelegate {
+ public:
+  using Block = std::function<void()>;
+
+  struct Options {
+    // Holds Preferences.json, profiles/, Documents/ and tmp/.
+    std::string dataDir;
+    // Open this profile instead of the current one (it becomes the current one).
+    std::string profile;
+    // Create `profile` when it doesn't exist, rather than failing.
+    bool createProfile = false;
+    // Seconds between saves of the collection, and how long a brief popup stays.
+    double saveInterval = 180;
+    double popupDuration = 0.75;
+    // SIGINT and SIGTERM end the program through terminate().
+    bool handleSignals = true;
+  };
+
+  AppDelegate(Ui& ui, Options options);
+  // Lets a running job finish, then releases everything. The collection isn't closed.
+  ~AppDelegate();
+  AppDelegate(const AppDelegate&) = delete;
+  AppDelegate& operator=(const AppDelegate&) = delete;
+
+  // The instance that launched; null before launch() and after destruction.
+  static AppDelegate* shared();
+  // $RIVO_DATA, else $XDG_DATA_HOME/rivo, else ~/.local/share/rivo.
+  static std::string defaultDataDir();
+
+  // On the main thread, before run(): configures SQLite, takes the data folder (one process
+  // at a time), empties tmp/, opens the profile's collection, greets a first run, starts the
+  // save timer. True when started for a file or a shortcut. Raises AppError (or SqlError)
+  // when the program can't start.
+  bool launch(const std::string& url = {}, const std::string& shortcutItem = {});
+  // Runs the main loop until terminate() has done its work; returns the exit status. An
+  // exception raised in a main block, a work block or a doOnBlock block comes out of here.
+  int run();
+  // Ends the program: the running job (and with `finishQueuedWork` every queued one) ends
+  // first, then applicationWillTerminate runs and run() returns `status`. A signal does this
+  // with status 128 + its number and without the queued jobs. Any thread.
+  void terminate(int status = 0, bool finishQueuedWork = true);
+
+  Col* col() const;
+  // The profile loader hands the opened collection over here; it gets the progress sink.
+  void setCol(std::unique_ptr<Col> col);
+  ProfileManager& pm() const { return *_pm; }
+  Preferences& prefs() const { return *_prefs; }
+  NotificationCenter& notifications() { return _notifications; }
+  Dispatch& dispatch() { return *_dispatch; }
+  Ui& ui() { return _ui; }
+  const Options& options() const { return _options; }
+
+  // Background work, strictly one job at a time: the work block on the "work" queue under a
+  // spinner showing `msg`, then `thenOnMain` on the main loop before the next job begins.
+  void doWork(const std::string& msg, Block work, Block thenOnMain = {});
+  void doOnMain(Block block);
+  void doOnBlock(Block block);
+  std::shared_ptr<Timer> performAfterDelay(float seconds, Block block);
+
+  // Alerts, popup and spinner. Main-thread state; a call from elsewhere is posted there.
+  void showInfo(const std::string& text);
+  void askUser(const std::string& text, const std::string& title, std::function<void(bool)> cb);
+  void showPopup(const std::string& text);
+  void hidePopup();
+  void showSpinner(const std::string& text);
+  void hideSpinner();
+  void updateSpinner(const std::string& text);
+  void onProgressUpdated(const Json& userInfo);
+  void leech();
+
+  // Closes the open collection (if any) on the calling thread and forgets it.
+  void unloadCollection();
+
+  void startTimer();
+  void stopTimer();
+  void onTimer();
+
+  void applicationWillResignActive();
+  void applicationDidEnterBackground();
+  void applicationWillEnterForeground();
+  void onResume();
+  void applicationWillTerminate();
+
+  // A line in the collection's debug log, or the system log when none is open.
+  void log(const std::string& text);
+
+  // State for tests and for the screens.
+  const std::vector<std::string>& spinnerMessages() const { return _spinnerMsgs; }
+  bool popupShown() const { return _popup; }
+  bool timerRunning() const;
+
+ private:
+  // True (and `again` posted to the main loop) when called off the main thread.
+  bool _offMain(Block again);
+  void _stopTimerLocked();
+  void _takeDataDir();
+  void _emptyTmp();
+  void _finishTerminating();
+
+  Ui& _ui;
+  Options _options;
+  std::vector<std::string> _spinnerMsgs;
+  std::unique_ptr<Dispatch> _dispatch;
+  std::function<void(bool)> _askUserBlock;
+  bool _popup = false;
+
+  mutable std::mutex _colMutex;
+  std::unique_ptr<Col> _col;
+  std::unique_ptr<Preferences> _prefs;
+  std::unique_ptr<ProfileManager> _pm;
+  NotificationCenter _notifications;
+  std::vector<NotificationCenter::Token> _observers;
+
+  mutable std::mutex _timerMutex;
+  std::shared_ptr<Timer> _saveTimer;
+
+  std::unique_ptr<SignalWatcher> _signals;
+  int _lockFd = -1;
+  std::atomic<bool> _terminating{false};
+  int _exitStatus = 0;
+};
+
+}  // namespace rivo

@@ -1,0 +1,79 @@
+#include "app/WorkerPool.h"
+
+#include <pthread.h>
+
+#include <utility>
+
+namespace rivo {
+
+WorkerPool::WorkerPool(std::string label, unsigned threads) : _label(std::move(label)) {
+  if (threads == 0) threads = 1;
+  for (unsigned i = 0; i < threads; ++i) _threads.emplace_back([this] { _loop(); });
+}
+
+WorkerPool::~WorkerPool() {
+  close(true);
+  join();
+}
+
+bool WorkerPool::async(Task task) {
+  std::lock_guard lock(_m);
+  if (_closed) return false;
+  _tasks.push_back(std::move(task));
+  _cv.notify_one();
+  return true;
+}
+
+void WorkerPool::setErrorHandler(ErrorHandler handler) {
+  std::lock_guard lock(_m);
+  _onError = std::move(handler);
+}
+
+void WorkerPool::close(bool dropPending) {
+  std::deque<Task> dropped;
+  std::lock_guard lock(_m);
+  _closed = true;
+  if (dropPending) dropped.swap(_tasks);
+  _cv.notify_all();
+}
+
+void WorkerPool::join() {
+  for (auto& thread : _threads) {
+    if (thread.joinable() && thread.get_id() != std::this_thread::get_id()) thread.join();
+  }
+}
+
+bool WorkerPool::busy() const {
+  std::lock_guard lock(_m);
+  return _running > 0 || !_tasks.empty();
+}
+
+void WorkerPool::_loop() {
+  pthread_setname_np(pthread_self(), _label.substr(0, 15).c_str());
+  for (;;) {
+    Task task;
+    {
+      std::unique_lock lock(_m);
+      _cv.wait(lock, [&] { return _closed || !_tasks.empty(); });
+      if (_tasks.empty()) return;
+      task = std::move(_tasks.front());
+      _tasks.pop_front();
+      ++_running;
+    }
+    try {
+      task();
+    } catch (...) {
+      ErrorHandler handler;
+      {
+        std::lock_guard lock(_m);
+        handler = _onError;
+      }
+      if (!handler) throw;
+      handler(std::current_exception());
+    }
+    std::lock_guard lock(_m);
+    --_running;
+  }
+}
+
+}  // namespace rivo

@@ -1,0 +1,48 @@
+#pragma once
+// A Ui that records what it was asked to show, and keeps questions for the test to answer.
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "app/Ui.h"
+
+namespace rivo::test {
+
+class FakeUi : public Ui {
+ public:
+  struct Question {
+    std::string title, text;
+    std::function<void(int)> answered;
+  };
+
+  void showAlert(const std::string& title, const std::string& text) override {
+    events.push_back("alert:" + title + "|" + text);
+  }
+  void askQuestion(const std::string& title, const std::string& text, const std::string& cancel,
+                   const std::string& other, std::function<void(int)> answered) override {
+    events.push_back("ask:" + title + "|" + text + "|" + cancel + "|" + other);
+    questions.push_back({title, text, std::move(answered)});
+  }
+  void showPopupView(const std::string& text, bool activity) override {
+    events.push_back((activity ? "spinner:" : "popup:") + text);
+    shown = true;
+  }
+  void setPopupText(const std::string& text) override { events.push_back("text:" + text); }
+  void hidePopupView() override {
+    events.push_back("hide");
+    shown = false;
+  }
+
+  size_t count(const std::string& event) const {
+    size_t n = 0;
+    for (const auto& e : events) n += e == event;
+    return n;
+  }
+
+  std::vector<std::string> events;
+  std::vector<Question> questions;
+  bool shown = false;
+};
+
+}  // namespace rivo::test
