@@ -1,0 +1,127 @@
+#include "shell/CommandLine.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+
+#include "app/AppDelegate.h"
+#include "app/ConsoleUi.h"
+#include "app/ProfileManager.h"
+#include "librivo/Col.h"
+
+namespace rivo {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Settings {
+  std::string data;
+  std::string profile;
+};
+
+int fail(const std::string& message) {
+  std::fprintf(stderr, "rivo: %s\n", message.c_str());
+  return 1;
+}
+
+// Refuses what would otherwise fail half-way: an unusable data folder or a collection that
+// can't be written. `create` allows a data folder that doesn't exist yet.
+std::string checkDataDir(const std::string& dir, bool create) {
+  std::error_code ec;
+  if (!fs::exists(dir, ec)) {
+    if (create) return {};
+    return "the data folder " + dir + " doesn't exist (run 'rivo --data " + dir + " init')";
+  }
+  if (!fs::is_directory(dir, ec)) return dir + " is not a folder";
+  if (access(dir.c_str(), R_OK | W_OK | X_OK) != 0)
+    return "the data folder " + dir + " can't be read and written";
+  return {};
+}
+
+std::string checkCollection(const std::string& path) {
+  std::error_code ec;
+  if (fs::exists(path, ec) && access(path.c_str(), R_OK | W_OK) != 0)
+    return "the collection " + path + " is read-only or unreadable";
+  return {};
+}
+
+// Launches the application, runs `command` on its main loop, and ends it.
+int withApp(const Settings& s, bool createMissing,
+            const std::function<void(AppDelegate&)>& command) {
+  ConsoleUi ui;
+  AppDelegate::Options options;
+  options.dataDir = s.data;
+  options.profile = s.profile;
+  options.createProfile = createMissing;
+  AppDelegate app(ui, options);
+  std::string profile = s.profile;
+  if (profile.empty()) profile = "User 1";
+  std::string problem =
+      checkCollection((fs::path(s.data) / "profiles" / profile / "collection.rivo2").string());
+  if (!problem.empty()) return fail(problem);
+  app.launch();
+  int status = 0;
+  app.doOnMain([&] {
+    try {
+      command(app);
+    } catch (...) {
+      app.terminate(1, false);
+      throw;
+    }
+    app.terminate(status);
+  });
+  return app.run();
+}
+
+void printSummary(AppDelegate& app) {
+  Col* col = app.col();
+  std::printf("Profile:    %s\n", app.pm().currentProfile().c_str());
+  std::printf("Collection: %s\n", col->path().c_str());
+  std::printf("Notes:      %lld\n", static_cast<long long>(col->noteCount()));
+  std::printf("Cards:      %lld\n", static_cast<long long>(col->cardCount()));
+}
+
+}  // namespace
+
+int CommandLine::main(int argc, char** argv) {
+  CLI::App cli{"Rivo: spaced-repetition flash cards.", "rivo"};
+  Settings s;
+  cli.add_option("--data", s.data,
+                 "data folder (default: $RIVO_DATA, else $XDG_DATA_HOME/rivo, "
+                 "else ~/.local/share/rivo)");
+  cli.add_option("--profile", s.profile, "profile to open (default: the current one)");
+  cli.require_subcommand(0, 1);
+  CLI::App* init = cli.add_subcommand("init", "Create what is missing; print the collection path.");
+  try {
+    cli.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return cli.exit(e);
+  } catch (const CLI::ParseError& e) {
+    int code = cli.exit(e);
+    return code == 0 ? 0 : 2;
+  }
+  if (cli.count("--profile") && !ProfileManager::isLegalName(s.profile))
+    return fail("'" + s.profile +
+                "' can't be a profile name: please avoid symbols and underscores.");
+  bool explicitData = !s.data.empty();
+  if (!explicitData) s.data = AppDelegate::defaultDataDir();
+  try {
+    if (init->parsed()) {
+      std::string problem = checkDataDir(s.data, true);
+      if (!problem.empty()) return fail(problem);
+      return withApp(s, true,
+                     [](AppDelegate& app) { std::printf("%s\n", app.col()->path().c_str()); });
+    }
+    std::string problem = checkDataDir(s.data, !explicitData);
+    if (!problem.empty()) return fail(problem);
+    return withApp(s, false, printSummary);
+  } catch (const std::exception& e) {
+    return fail(e.what());
+  }
+}
+
+}  // namespace rivo
