@@ -26,40 +26,6 @@ const char* const kWords[] = {"house",   "water",   "light",    "river",    "sto
                               "bridge",  "market",  "friend",   "family",   "school"};
 constexpr int kWordCount = sizeof(kWords) / sizeof(kWords[0]);
 
-Json field(const std::string& name, int ord) {
-  return {{"name", name}, {"rtl", false},    {"sticky", false}, {"media", Json::array()},
-          {"ord", ord},   {"font", "Arial"}, {"size", 20}};
-}
-
-Json tmpl(const std::string& name, int ord, const std::string& q, const std::string& a) {
-  return {{"name", name}, {"qfmt", q},   {"did", nullptr}, {"afmt", a},
-          {"ord", ord},   {"bqfmt", ""}, {"bafmt", ""}};
-}
-
-Json model(int64_t id, const std::string& name, int type, Json flds, Json tmpls, Json req) {
-  Json m = {{"vers", Json::array()},
-            {"type", type},
-            {"did", 1},
-            {"usn", 0},
-            {"sortf", 0},
-            {"mod", 0},
-            {"latexPost", "\\end{document}"},
-            {"latexPre",
-             "\\documentclass[12pt]{article}\n\\special{papersize=3in,5in}\n\\usepackage{"
-             "amssymb,amsmath}\n\\usepackage[utf8]{inputenc}\n\\pagestyle{empty}\n\\setlength{"
-             "\\parindent}{0in}\n\\begin{document}\n"},
-            {"css",
-             ".card {\n font-family: arial;\n font-size: 20px;\n text-align: center;\n color: "
-             "black;\n background-color: white;\n}\n"},
-            {"name", name},
-            {"flds", flds},
-            {"tmpls", tmpls},
-            {"tags", Json::array()},
-            {"id", std::to_string(id)}};
-  if (!req.is_null()) m["req"] = req;
-  return m;
-}
-
 class Rng {
  public:
   explicit Rng(uint64_t seed) : _g(seed) {}
@@ -135,24 +101,19 @@ GeneratorReport CollectionGenerator::fill(Col& col,
   col.setCrt(crt);
   const int64_t today = (now - crt) / 86400;
 
-  // Note types shaped like the standard ones.
+  // The standard note types: those of a new collection, else made here.
   say("note types");
-  const int64_t midBasic = 1700000000001, midRev = 1700000000002, midCloze = 1700000000003;
-  Json& models = col.models().models();
-  models[std::to_string(midBasic)] =
-      model(midBasic, "Basic", 0, {field("Front", 0), field("Back", 1)},
-            {tmpl("Card 1", 0, "{{Front}}", "{{FrontSide}}\n\n<hr id=answer>\n\n{{Back}}")},
-            Json::array({Json::array({0, "all", {0}})}));
-  models[std::to_string(midRev)] =
-      model(midRev, "Basic (and reversed card)", 0, {field("Front", 0), field("Back", 1)},
-            {tmpl("Card 1", 0, "{{Front}}", "{{FrontSide}}\n\n<hr id=answer>\n\n{{Back}}"),
-             tmpl("Card 2", 1, "{{Back}}", "{{FrontSide}}\n\n<hr id=answer>\n\n{{Front}}")},
-            Json::array({Json::array({0, "all", {0}}), Json::array({1, "all", {1}})}));
-  models[std::to_string(midCloze)] =
-      model(midCloze, "Cloze", 1, {field("Text", 0), field("Extra", 1)},
-            {tmpl("Cloze", 0, "{{cloze:Text}}", "{{cloze:Text}}<br>\n{{Extra}}")}, Json());
-  col.models().save();
-  col.conf()["curModel"] = std::to_string(midBasic);
+  ModelManager& mm = col.models();
+  if (!mm.byName("Basic") || !mm.byName("Basic (and reversed card)") || !mm.byName("Cloze"))
+    mm.addStandardModels();
+  auto idOf = [&](const char* name) { return jsonInt((*mm.byName(name))["id"]); };
+  const int64_t midBasic = idOf("Basic"), midRev = idOf("Basic (and reversed card)"),
+                midCloze = idOf("Cloze");
+  // Fields sit where the real types put them; the sort field is each type's own.
+  const int sortBasic = ModelManager::sortIdx(*mm.get(midBasic));
+  const int sortRev = ModelManager::sortIdx(*mm.get(midRev));
+  const int sortCloze = ModelManager::sortIdx(*mm.get(midCloze));
+  mm.setCurrent(*mm.get(midBasic));
   // Keeps the buried cards buried across opens, as a collection from elsewhere may.
   col.conf()["newBury"] = true;
   col.conf()["lastUnburied"] = today;
@@ -236,6 +197,7 @@ GeneratorReport CollectionGenerator::fill(Col& col,
       fields = {text, ""};
     }
     cardsLeft -= n;
+    const int sortf = mid == midCloze ? sortCloze : mid == midRev ? sortRev : sortBasic;
 
     int64_t nid = noteBase + i;
     std::string tags;
@@ -244,8 +206,8 @@ GeneratorReport CollectionGenerator::fill(Col& col,
     if (!tags.empty()) tags += " ";
     int64_t noteMod = now - rng.between(0, 3 * 365 * 86400);
     noteRows.push_back({nid, guid64(), mid, noteMod, int64_t{rng.chance(0.02) ? -1 : 0}, tags,
-                        joinFields(fields), stripHTML(fields[0]), fieldChecksum(fields[0]),
-                        int64_t{0}, std::string()});
+                        joinFields(fields), stripHTML(fields[static_cast<size_t>(sortf)]),
+                        fieldChecksum(fields[0]), int64_t{0}, std::string()});
     int64_t did =
         leafDecks[static_cast<size_t>(rng.between(0, static_cast<int64_t>(leafDecks.size()) - 1))];
     for (int64_t ord = 0; ord < n; ++ord) {

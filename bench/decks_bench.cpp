@@ -1,12 +1,14 @@
-// The deck registry on a tree of 505 decks four levels deep: loading the blobs, listing names,
+// The deck registry on the generated collection's 500 decks: loading the blobs, listing names,
 // walking up from a leaf and finding a deck by name, each against the bare work underneath.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <string>
 
+#include "bench/GeneratedCollection.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
@@ -16,40 +18,30 @@ namespace {
 
 using rivo::Json;
 
+// The generated collection's 500 decks, three levels deep under ten subjects.
 struct DeckTree {
-  std::string dir;
   std::unique_ptr<rivo::Col> col;
   std::string decksJson, confJson;
-  std::string leafName;  // the last deck made: a getID walk finds it last
+  std::string leafName;  // the deepest deck made last: a getID walk finds it late
   rivo::Id leaf = 0;
 
   DeckTree() {
-    dir =
-        (std::filesystem::temp_directory_path() / ("rivo-bench-decks-" + std::to_string(getpid())))
-            .string();
-    std::filesystem::remove_all(dir);
-    std::filesystem::create_directories(dir);
-    col = rivo::Storage::open(dir + "/collection.rivo2");
-    rivo::DeckManager& dm = col->decks();
-    // 5 languages x 4 levels x 4 units x 5 decks: 5 + 20 + 80 + 400 = 505 decks.
-    for (int l = 0; l < 5; ++l)
-      for (int v = 0; v < 4; ++v)
-        for (int u = 0; u < 4; ++u)
-          for (int d = 0; d < 5; ++d) {
-            leafName = "Language " + std::to_string(l) + "::Level " + std::to_string(v) +
-                       "::Unit " + std::to_string(u) + "::Deck " + std::to_string(d);
-            leaf = dm.getID(leafName);
-          }
-    col->save();
+    col = rivo::Storage::open(rivo::GeneratedCollection::get().path);
+    size_t depth = 0;
+    for (auto& [id, deck] : col->decks().decks().items()) {
+      std::string name = deck["name"].get<std::string>();
+      size_t levels = static_cast<size_t>(std::count(name.begin(), name.end(), ':'));
+      if (levels > depth || (levels == depth && name > leafName)) {
+        depth = levels;
+        leafName = name;
+        leaf = rivo::jsonInt(deck["id"]);
+      }
+    }
     auto row = col->db()->first("select decks, dconf from col");
     decksJson = rivo::toText((*row)[0]);
     confJson = rivo::toText((*row)[1]);
   }
-  ~DeckTree() {
-    col->close();
-    col.reset();
-    std::filesystem::remove_all(dir);
-  }
+  ~DeckTree() { col->closeAndSave(false); }
 };
 
 DeckTree& tree() {

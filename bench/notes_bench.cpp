@@ -1,5 +1,5 @@
-// Note load and flush and Card flushSched over a collection of 100,000 notes, each against the
-// bare SQLite work of the same statements, so the ratio shows what the row objects add.
+// Note load and flush and Card flushSched over the generated collection (100,000 notes), each
+// against the bare SQLite work of the same statements, so the ratio shows what the row objects add.
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 
@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/GeneratedCollection.h"
 #include "librivo/Card.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
@@ -22,92 +23,21 @@ namespace {
 using rivo::Id;
 using rivo::Json;
 
-constexpr int64_t kNotes = 100000;
-constexpr Id kFirstNote = 1300000000000;
-constexpr Id kFirstCard = 1310000000000;
-constexpr Id kModelId = 1290000000000;
 // Objects made before timing starts and cycled through, so that no row stays hot in a cache.
 constexpr int kWorkingSet = 2000;
 
-Json benchModel() {
-  Json flds = Json::array();
-  for (int f = 0; f < 2; ++f)
-    flds.push_back({{"name", f ? "Back" : "Front"},
-                    {"ord", f},
-                    {"sticky", false},
-                    {"rtl", false},
-                    {"font", "Arial"},
-                    {"size", 20},
-                    {"media", Json::array()}});
-  Json tmpls = Json::array({{{"name", "Card 1"},
-                             {"ord", 0},
-                             {"qfmt", "{{Front}}"},
-                             {"afmt", "{{FrontSide}}\n\n<hr id=answer>\n\n{{Back}}"},
-                             {"did", nullptr},
-                             {"bqfmt", ""},
-                             {"bafmt", ""}}});
-  return {{"id", std::to_string(kModelId)},
-          {"name", "Basic"},
-          {"type", 0},
-          {"mod", 0},
-          {"usn", 0},
-          {"sortf", 0},
-          {"did", 1},
-          {"tags", Json::array()},
-          {"vers", Json::array()},
-          {"flds", flds},
-          {"tmpls", tmpls},
-          {"req", Json::array({Json::array({0, "all", Json::array({0})})})},
-          {"latexPre", "\\documentclass[12pt]{article}\n\\begin{document}\n"},
-          {"latexPost", "\\end{document}"},
-          {"css", ".card {\n font-family: arial;\n font-size: 20px;\n text-align: center;\n}\n"}};
+const rivo::GeneratedCollection& fixture() {
+  return rivo::GeneratedCollection::get();
 }
 
-struct Fixture {
-  std::string dir;
-  std::string path;
-  Fixture() {
-    dir = (std::filesystem::temp_directory_path() / "rivo-bench-notes").string();
-    std::filesystem::remove_all(dir);
-    std::filesystem::create_directories(dir);
-    path = dir + "/collection.rivo2";
-    auto col = rivo::Storage::open(path);
-    col->models().models()[std::to_string(kModelId)] = benchModel();
-    col->models().save();
-    std::vector<rivo::Row> notes, cards;
-    notes.reserve(kNotes);
-    cards.reserve(kNotes);
-    for (int64_t i = 0; i < kNotes; ++i) {
-      const std::string front = "word " + std::to_string(i);
-      const std::string flds = front + "\x1f<b>meaning</b> of word " + std::to_string(i);
-      const std::string tags = " level" + std::to_string(i % 20) + " vocab ";
-      notes.push_back({kFirstNote + i, "guid" + std::to_string(i), kModelId, int64_t{1}, int64_t{0},
-                       tags, flds, front, rivo::fieldChecksum(front), int64_t{0}, std::string()});
-      cards.push_back({kFirstCard + i, kFirstNote + i, int64_t{1}, int64_t{0}, int64_t{1},
-                       int64_t{0}, int64_t{2}, int64_t{2}, int64_t{100 + i % 400}, int64_t{i % 90},
-                       int64_t{2500}, int64_t{i % 30}, int64_t{i % 3}, int64_t{0}, int64_t{0},
-                       int64_t{0}, int64_t{0}, std::string()});
-    }
-    col->db()->executeMany("insert into notes values (?,?,?,?,?,?,?,?,?,?,?)", notes);
-    col->db()->executeMany("insert into cards values (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)", cards);
-    col->tags().registerNotes();
-    col->save();
-    col->close();
-  }
-  ~Fixture() { std::filesystem::remove_all(dir); }
-};
-
-Fixture& fixture() {
-  static Fixture f;
-  return f;
-}
-
-// Notes spread over the whole table.
+// Notes and cards spread over the whole table.
 Id noteAt(int64_t i) {
-  return kFirstNote + (i * 7919) % kNotes;
+  const auto& ids = fixture().noteIds;
+  return ids[static_cast<size_t>(i * 7919) % ids.size()];
 }
 Id cardAt(int64_t i) {
-  return kFirstCard + (i * 7919) % kNotes;
+  const auto& ids = fixture().cardIds;
+  return ids[static_cast<size_t>(i * 7919) % ids.size()];
 }
 
 // The collection as the program opens it; what a benchmark writes is rolled back at the end so
@@ -214,9 +144,9 @@ void BM_NoteFlushBareSql(benchmark::State& state) {
   int64_t i = 0;
   for (auto _ : state) {
     const Id id = noteAt(i % kWorkingSet);
-    const std::string front = "word " + std::to_string((id - kFirstNote));
+    const std::string front = "word " + std::to_string(id);
     const std::string flds = front + "\x1f" + "edit " + std::to_string(i++);
-    const std::string tags = " level" + std::to_string((id - kFirstNote) % 20) + " vocab ";
+    const std::string tags = " level" + std::to_string(id % 20) + " vocab ";
 
     sqlite3_stmt* st = bare.prepare("select 1 from cards where nid = ?");
     sqlite3_bind_int64(st, 1, id);
@@ -233,7 +163,7 @@ void BM_NoteFlushBareSql(benchmark::State& state) {
     st = bare.prepare("insert or replace into notes values (?,?,?,?,?,?,?,?,?,?,?)");
     sqlite3_bind_int64(st, 1, id);
     bare.bindText(st, 2, "guid");
-    sqlite3_bind_int64(st, 3, kModelId);
+    sqlite3_bind_int64(st, 3, 1);
     sqlite3_bind_int64(st, 4, 1700000000);
     sqlite3_bind_int64(st, 5, -1);
     bare.bindText(st, 6, tags);

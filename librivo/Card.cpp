@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <stdexcept>
 
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
@@ -33,6 +34,7 @@ Card::Card(Col& c, Id cardId) : col(&c), id(cardId) {
 
 void Card::load() {
   _note.reset();
+  _qa.reset();
   auto row = col->db()->first("select * from cards where id = ?", {id});
   if (!row || row->size() < 18) return;
   const Row& r = *row;
@@ -157,6 +159,63 @@ std::string Card::emptyMessage() {
   else
     std::snprintf(buf, sizeof buf, kBlankFrontFormat, kSupportSite);
   return buf;
+}
+
+std::string Card::q() {
+  if (isEmpty()) {
+    col->log({"is empty"});
+    return emptyMessage();
+  }
+  return qAndReload(false, false);
+}
+
+std::string Card::qAndReload(bool reload, bool browser) {
+  const std::string& question = _getQA(reload, browser).q;
+  return _css() + question;
+}
+
+std::string Card::a() {
+  const std::string& answer = _getQA().a;
+  return _css() + answer;
+}
+
+std::string Card::_css() {
+  const Json* m = model();
+  std::string css;
+  if (m) {
+    auto it = m->find("css");
+    if (it != m->end() && it->is_string()) css = it->get<std::string>();
+  }
+  return "<style>" + css + "</style>";
+}
+
+namespace {
+
+// A browser format the template has; a missing one leaves the normal format in use.
+std::optional<std::string> browserFormat(const Json& tmpl, const char* key) {
+  auto it = tmpl.find(key);
+  if (it == tmpl.end() || !it->is_string()) return std::nullopt;
+  return it->get<std::string>();
+}
+
+}  // namespace
+
+const RenderedQA& Card::_getQA(bool reload, bool browser) {
+  if (_qa && !reload) return *_qa;
+  std::shared_ptr<Note> n = noteAndReload(reload);
+  if (!n) throw std::logic_error("f");
+  const Json* tmpl = template_();
+  if (!tmpl) {
+    _qa = RenderedQA{id, kInvalidCardMessage, kInvalidCardMessage};
+    return *_qa;
+  }
+  const Row row{id,           n->id,           n->mid,           odid != 0 ? odid : did,
+                int64_t{ord}, n->stringTags(), n->joinedFields()};
+  if (browser)
+    _qa = col->_renderQA(row, browserFormat(*tmpl, "bqfmt"), browserFormat(*tmpl, "bafmt"));
+  else
+    _qa = col->_renderQA(row);
+  return *_qa;
 }
 
 std::string Card::description() const {

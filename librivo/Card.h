@@ -3,8 +3,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
+#include "librivo/Col.h"
 #include "librivo/Json.h"
 #include "librivo/Value.h"
 
@@ -45,6 +47,8 @@ class Card {
   // The note, loaded once and kept until load() or a reload; null only for a card with no Col.
   std::shared_ptr<Note> note() { return noteAndReload(false); }
   std::shared_ptr<Note> noteAndReload(bool reload);
+  // Caches a note the card was made from, saved or not.
+  void setNote(std::shared_ptr<Note> note) { _note = std::move(note); }
   // The note's note type, or null when it doesn't exist.
   Json* model();
   // The template this card shows, or null when its ordinal has none.
@@ -60,6 +64,17 @@ class Card {
   bool isEmpty();
   // The text shown in place of an empty card: the cloze or the blank-front message.
   std::string emptyMessage();
+
+  // Rendering. The result is rendered once and kept until load() or a reload.
+  // The question for display: the empty-card message when the note no longer calls for this
+  // card, else the style sheet and the question.
+  std::string q();
+  // The style sheet and the question, with no emptiness check. `browser` renders with the
+  // template's browser formats; a cached rendering is returned whatever the flag.
+  std::string qAndReload(bool reload, bool browser = false);
+  std::string a();
+  std::string _css();
+  const RenderedQA& _getQA(bool reload = false, bool browser = false);
 
   Col* col = nullptr;
   Id id = 0;
@@ -90,6 +105,7 @@ class Card {
   const Json* _homeConf();
 
   std::shared_ptr<Note> _note;
+  std::optional<RenderedQA> _qa;
 };
 
 }  // namespace rivo

@@ -24,6 +24,13 @@ class TagManager;
 class MediaManager;
 class Scheduler;
 
+// One card rendered: the question and the answer as HTML.
+struct RenderedQA {
+  Id id = 0;
+  std::string q;
+  std::string a;
+};
+
 class Col {
  public:
   using ProgressBlock = std::function<std::string()>;
@@ -55,6 +62,11 @@ class Col {
   int usn() const { return _server ? _usn : -1; }
   void beforeUpload();
 
+  // Read-only test of the relations between cards, notes and note types (before a sync).
+  bool basicCheck();
+  // Repairs what it can, vacuums and analyzes; one line per kind of damage, or empty.
+  std::string fixIntegrity();
+
   std::unique_ptr<Card> getCard(Id id);
   std::unique_ptr<Note> getNote(Id id);
   // A new, unsaved note of the current note type; null (and a log line) when there is none.
@@ -69,6 +81,40 @@ class Col {
   void remCards(const std::vector<Id>& ids);
   void _remNotes(const std::vector<Id>& ids);
   void _logRem(const std::vector<Id>& ids, int type);
+
+  // Card generation.
+  // Saves the note with one card per applicable template, all at one due position; returns
+  // the number of cards, 0 (and nothing saved) when no template applies.
+  int addNote(Note& note);
+  // The templates the note's current fields call for.
+  std::vector<Json> findTemplates(const Note& note);
+  std::vector<Json> _tmplsFromOrds(const std::vector<int>& ords, const Json& model);
+  // Inserts the cards these notes call for and don't have, in one batch. Returns the ids of
+  // cards whose template no longer applies, for remEmptyCards, which keeps them.
+  std::vector<Id> genCards(const std::vector<Id>& nids);
+  void remEmptyCards(const std::vector<Id>& ids);
+  // Unsaved cards: type 0 those the fields call for, 1 the note's cards, else every template.
+  std::vector<Card> previewCards(Note& note, int type = 0);
+  Card _newCard(Note& note, const Json& tmpl, int64_t due, bool flush = true);
+  int64_t _dueForDid(Id did, int64_t due);
+  // Recomputes the notes' sort field and checksum from their fields.
+  void updateFieldCache(const std::vector<Id>& nids);
+  std::vector<Row> _fieldData(const std::vector<Id>& nids);
+
+  // Rendering. A render row is: card id, note id, model id, deck id, ord, tags, field string.
+  // A template string that is passed replaces the template's "qfmt" or "afmt", even when empty.
+  RenderedQA _renderQA(const Row& row, const std::optional<std::string>& qfmt = std::nullopt,
+                       const std::optional<std::string>& afmt = std::nullopt);
+  // `type` picks what the ids are: "card", "note" or "all" (ids unused). "model" can't run
+  // and renders nothing; any other type renders everything.
+  std::vector<RenderedQA> renderQAWithIds(const std::vector<Id>& ids,
+                                          const std::string& type = "card");
+  std::vector<RenderedQA> renderQAWithType(const std::string& type) {
+    return renderQAWithIds({}, type);
+  }
+  // Render rows of the cards joined with their notes; `where` is empty or starts with "and".
+  std::vector<Row> _qaDataWhere(const std::string& where);
+  std::vector<Row> _qaData() { return _qaDataWhere({}); }
 
   // Undo.
   void clearUndo();

@@ -3,16 +3,21 @@
 #include <unicode/regex.h>
 #include <unicode/unistr.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <memory>
+#include <numeric>
 #include <set>
 #include <stdexcept>
 
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/DeckManager.h"
+#include "librivo/Latex.h"
 #include "librivo/SysLog.h"
+#include "librivo/Template.h"
 #include "librivo/Utils.h"
 
 namespace rivo {
@@ -69,7 +74,74 @@ const Json* member(const Json& obj, const char* key) {
   return it == obj.end() ? nullptr : &*it;
 }
 
+// The literals every new model, field and template starts from.
+const char* const kDefaultModel =
+    "{\"vers\": [], \"type\": 0, \"did\": 1, \"usn\": 0, \"sortf\": 0, \"mod\": 0, "
+    "\"latexPost\": \"\\\\end{document}\", "
+    "\"latexPre\": \"\\\\documentclass[12pt]{article}\\n\\\\special{papersize=3in,5in}\\n"
+    "\\\\usepackage{amssymb,amsmath}\\n\\\\usepackage[utf8]{inputenc}\\n\\\\pagestyle{empty}\\n"
+    "\\\\setlength{\\\\parindent}{0in}\\n\\\\begin{document}\\n\", "
+    "\"css\": \".card {\\n font-family: arial;\\n font-size: 20px;\\n text-align: center;\\n "
+    "color: black;\\n background-color: white;\\n}\\n\"}";
+const char* const kDefaultField =
+    "{\"name\": \"\", \"rtl\": false, \"sticky\": false, \"media\": [], \"ord\": null, "
+    "\"font\": \"Arial\", \"size\": 20}";
+const char* const kDefaultTemplate =
+    "{\"name\": \"\", \"qfmt\": \"\", \"did\": null, \"afmt\": \"\", \"ord\": null, "
+    "\"bqfmt\": \"\", \"bafmt\": \"\"}";
+
+// The probe value of the req computation: text no template produces by itself.
+const char* const kProbe = "rivoflag";
+
+bool hasId(const Json& model) {
+  auto it = model.find("id");
+  return it != model.end() && !it->is_null();
+}
+
+std::string idText(const Json& model) {
+  auto it = model.find("id");
+  if (it == model.end() || it->is_null()) return {};
+  return it->is_string() ? it->get<std::string>() : std::to_string(jsonInt(*it));
+}
+
+std::string text(const Json& obj, const char* key) {
+  const Json* v = member(obj, key);
+  return v && v->is_string() ? v->get<std::string>() : std::string();
+}
+
+// Index of `item` in the array, matched by its "ord" when it has one, else by equality.
+size_t indexIn(const Json& array, const Json& item) {
+  const Json* ord = member(item, "ord");
+  if (ord && !ord->is_null()) {
+    const int64_t i = jsonInt(*ord, -1);
+    if (i >= 0 && static_cast<size_t>(i) < array.size() && array[i] == item)
+      return static_cast<size_t>(i);
+  }
+  for (size_t i = 0; i < array.size(); ++i)
+    if (array[i] == item) return i;
+  throw std::invalid_argument("no such field or template in the note type");
+}
+
+// A replacement text taken literally by ICU: "$" and "\" lose their meaning.
+icu::UnicodeString literalReplacement(const std::string& s) {
+  std::string out;
+  for (char c : s) {
+    if (c == '$' || c == '\\') out += '\\';
+    out += c;
+  }
+  return utf16(out);
+}
+
 }  // namespace
+
+ModelManager::ModelManager(Col& col)
+    : _col(col),
+      _defaultModel(decodeJson(kDefaultModel)),
+      _defaultField(decodeJson(kDefaultField)),
+      _defaultTemplate(decodeJson(kDefaultTemplate)) {
+  // Probing for required fields renders questions exactly as cards are rendered.
+  _renderQuestion = [this](const Row& row) { return _col._renderQA(row).q; };
+}
 
 void ModelManager::load(const std::string& json) {
   _models = json.empty() ? Json::object() : decodeJson(json);
@@ -77,10 +149,12 @@ void ModelManager::load(const std::string& json) {
   _changed = false;
 }
 
-void ModelManager::save(Json* model) {
-  if (model && model->contains("id") && !(*model)["id"].is_null()) {
+void ModelManager::save(Json* model, bool templates) {
+  if (model && hasId(*model)) {
     (*model)["mod"] = intTime(1);
     (*model)["usn"] = _col.usn();
+    _updateRequired(*model);
+    if (templates) _syncTemplates(*model);
   }
   _changed = true;
 }
@@ -93,6 +167,13 @@ void ModelManager::flush() {
   _col.db()->run("update col set models = ?", {text});
   _changed = false;
 }
+
+void ModelManager::beforeUpload() {
+  for (auto& [id, m] : _models.items()) m["usn"] = 0;
+  save();
+}
+
+// --- Registry ---
 
 Json* ModelManager::get(Id id) {
   auto it = _models.find(std::to_string(id));
@@ -119,6 +200,139 @@ Json* ModelManager::current() {
   return nullptr;
 }
 
+void ModelManager::setCurrent(const Json& model) {
+  _col.conf()["curModel"] = model.contains("id") ? model["id"] : Json();
+  _col.setMod();
+}
+
+std::vector<Json*> ModelManager::all() {
+  std::vector<Json*> out;
+  for (auto& m : _models)
+    if (m.is_object()) out.push_back(&m);
+  return out;
+}
+
+std::vector<std::string> ModelManager::ids() const {
+  std::vector<std::string> out;
+  for (const auto& [id, m] : _models.items()) out.push_back(id);
+  return out;
+}
+
+std::vector<std::string> ModelManager::allNames() const {
+  std::vector<std::string> out;
+  for (const auto& m : _models)
+    if (m.is_object()) out.push_back(text(m, "name"));
+  return out;
+}
+
+Json* ModelManager::byName(const std::string& name) {
+  for (auto& m : _models)
+    if (m.is_object() && text(m, "name") == name) return &m;
+  return nullptr;
+}
+
+Json ModelManager::new_(const std::string& name) const {
+  Json m = _defaultModel;
+  m["name"] = name;
+  m["mod"] = intTime(1);
+  m["flds"] = Json::array();
+  m["tmpls"] = Json::array();
+  m["tags"] = Json::array();
+  m["id"] = nullptr;
+  return m;
+}
+
+Json& ModelManager::add(Json model) {
+  _setID(model);
+  Json& stored = update(std::move(model));
+  setCurrent(stored);
+  save(&stored, true);
+  return stored;
+}
+
+Json& ModelManager::update(Json model) {
+  ensureNameUnique(model);
+  const std::string key = idText(model);
+  Json& stored = _models[key];
+  stored = std::move(model);
+  save();
+  return stored;
+}
+
+void ModelManager::rem(const Json& model) {
+  _col.modSchema();
+  const std::string key = idText(model);
+  const Json* cur = current();
+  const bool wasCurrent = cur && idText(*cur) == key;
+  std::vector<Id> cids;
+  for (const Value& v :
+       _col.db()->list("select id from cards where nid in (select id from notes where mid = ?)",
+                       {jsonInt(Json(key))}))
+    cids.push_back(toInt(v));
+  _col.remCards(cids);
+  _models.erase(key);
+  save();
+  if (wasCurrent) {
+    std::vector<Json*> rest = all();
+    if (!rest.empty()) setCurrent(*rest.front());
+  }
+}
+
+Json& ModelManager::copy(const Json& model) {
+  Json m = model;
+  m["name"] = text(model, "name") + " copy";
+  return add(std::move(m));
+}
+
+void ModelManager::ensureNameUnique(Json& model) {
+  const std::string name = text(model, "name");
+  const std::string id = idText(model);
+  for (const auto& m : _models) {
+    if (!m.is_object() || text(m, "name") != name || idText(m) == id) continue;
+    model["name"] = name + "-" + checksum(std::to_string(intTime(1))).substr(0, 5);
+    return;
+  }
+}
+
+void ModelManager::_setID(Json& model) {
+  // Ids are epoch milliseconds; a taken one moves on by a millisecond rather than waiting for
+  // the clock, so several types made in the same millisecond (a new collection) still differ.
+  int64_t id = intTime(1000);
+  while (_models.contains(std::to_string(id))) ++id;
+  model["id"] = std::to_string(id);
+}
+
+std::vector<Id> ModelManager::nids(const Json& model) {
+  std::vector<Id> out;
+  for (const Value& v :
+       _col.db()->list("select id from notes where mid = ?", {jsonInt(Json(idText(model)))}))
+    out.push_back(toInt(v));
+  return out;
+}
+
+int64_t ModelManager::useCount(const Json& model) {
+  return _col.db()->scalarInt("select count() from notes where mid = ?",
+                              {jsonInt(Json(idText(model)))});
+}
+
+std::string ModelManager::scmhash(const Json& model) {
+  std::string s;
+  for (const char* key : {"flds", "tmpls"}) {
+    const Json* list = member(model, key);
+    if (!list || !list->is_array()) continue;
+    for (const Json& item : *list) s += text(item, "name");
+  }
+  return checksum(s);
+}
+
+// --- Fields ---
+
+Json ModelManager::newField(const std::string& name) const {
+  Json f = _defaultField;
+  f["name"] = name;
+  return f;
+}
+
 Json ModelManager::fieldMap(const Json& model) {
   Json map = Json::object();
   const Json* flds = member(model, "flds");
@@ -134,9 +348,243 @@ Json ModelManager::fieldMap(const Json& model) {
   return map;
 }
 
+std::vector<std::string> ModelManager::fieldNames(const Json& model) {
+  std::vector<std::string> names;
+  const Json* flds = member(model, "flds");
+  if (!flds || !flds->is_array()) return names;
+  for (const Json& f : *flds) names.push_back(text(f, "name"));
+  return names;
+}
+
 int ModelManager::sortIdx(const Json& model) {
   const Json* sortf = member(model, "sortf");
   return sortf ? static_cast<int>(jsonInt(*sortf)) : 0;
+}
+
+void ModelManager::setSortIdx(Json& model, int idx) {
+  const Json* flds = member(model, "flds");
+  if (idx < 0 || !flds || static_cast<size_t>(idx) >= flds->size()) throw std::logic_error("check");
+  _col.modSchema();
+  model["sortf"] = idx;
+  _col.updateFieldCache(nids(model));
+  save(&model);
+}
+
+void ModelManager::_updateFieldOrds(Json& model) {
+  int i = 0;
+  for (Json& f : model["flds"]) f["ord"] = i++;
+}
+
+void ModelManager::_updateTemplOrds(Json& model) {
+  int i = 0;
+  for (Json& t : model["tmpls"]) t["ord"] = i++;
+}
+
+void ModelManager::addField(Json& model, Json field) {
+  if (hasId(model)) _col.modSchema();
+  if (!model["flds"].is_array()) model["flds"] = Json::array();
+  model["flds"].push_back(std::move(field));
+  _updateFieldOrds(model);
+  save(&model);
+  _transformFields(model, [](std::vector<std::string>& fields) { fields.emplace_back(); });
+}
+
+void ModelManager::moveField(Json& model, const Json& field, int idx) {
+  _col.modSchema();
+  Json& flds = model["flds"];
+  const size_t oldIdx = indexIn(flds, field);
+  if (idx < 0 || static_cast<size_t>(idx) >= flds.size()) throw std::logic_error("check");
+  const size_t target = static_cast<size_t>(idx);
+  if (oldIdx == target) return;
+  Json moved = flds[oldIdx];
+  flds.erase(oldIdx);
+  flds.insert(flds.begin() + idx, std::move(moved));
+  model["sortf"] = idx;
+  _updateFieldOrds(model);
+  save(&model);
+  _transformFields(model, [oldIdx, target](std::vector<std::string>& fields) {
+    // A short note reads its missing values as empty.
+    if (fields.size() <= std::max(oldIdx, target)) fields.resize(std::max(oldIdx, target) + 1);
+    std::string value = std::move(fields[oldIdx]);
+    fields.erase(fields.begin() + static_cast<long>(oldIdx));
+    fields.insert(fields.begin() + static_cast<long>(target), std::move(value));
+  });
+}
+
+void ModelManager::renameField(Json& model, const Json& field,
+                               const std::optional<std::string>& newName) {
+  _col.modSchema();
+  Json& flds = model["flds"];
+  const size_t index = indexIn(flds, field);
+  const std::string pattern = "\\{\\{([:#^/]|[^:#/^\\}][^:\\}]*?:|)" +
+                              escapeRegexFromString(text(flds[index], "name")) + "\\}\\}";
+  UErrorCode status = U_ZERO_ERROR;
+  UParseError where;
+  std::unique_ptr<icu::RegexPattern> re(icu::RegexPattern::compile(utf16(pattern), where, status));
+  // The name's own escaping leaves some names (one with "[") unmatchable; they keep their text.
+  if (U_SUCCESS(status)) {
+    const icu::UnicodeString replacement =
+        newName ? utf16("{{$1") + literalReplacement(*newName) + utf16("}}") : icu::UnicodeString();
+    for (Json& t : model["tmpls"]) {
+      for (const char* key : {"qfmt", "afmt"}) {
+        if (!t.contains(key) || !t[key].is_string()) continue;
+        UErrorCode st = U_ZERO_ERROR;
+        // The matcher keeps a reference to its input.
+        const icu::UnicodeString input = utf16(t[key].get<std::string>());
+        std::unique_ptr<icu::RegexMatcher> m(re->matcher(input, st));
+        if (U_FAILURE(st)) continue;
+        icu::UnicodeString out = m->replaceAll(replacement, st);
+        if (U_SUCCESS(st)) t[key] = utf8(out);
+      }
+    }
+  }
+  flds[index]["name"] = newName ? Json(*newName) : Json();
+  save(&model);
+}
+
+void ModelManager::remField(Json&, const Json&) {
+  throw std::logic_error("0");
+}
+
+void ModelManager::_transformFields(const Json& model,
+                                    const std::function<void(std::vector<std::string>&)>& step) {
+  if (!hasId(model)) return;
+  DB& db = *_col.db();
+  std::vector<Row> rows =
+      db.all("select id, flds from notes where mid = ?", {jsonInt(Json(idText(model)))});
+  const int64_t now = intTime(1);
+  const int64_t usn = _col.usn();
+  std::vector<Row> updates;
+  updates.reserve(rows.size());
+  for (const Row& r : rows) {
+    std::vector<std::string> fields = splitFields(toText(r[1]));
+    step(fields);
+    updates.push_back({joinFields(fields), now, usn, r[0]});
+  }
+  db.executeMany("update notes set flds=?,mod=?,usn=? where id = ?", updates);
+}
+
+// --- Templates ---
+
+Json ModelManager::newTemplate(const std::string& name) const {
+  Json t = _defaultTemplate;
+  t["name"] = name;
+  return t;
+}
+
+void ModelManager::addTemplate(Json& model, Json tmpl) {
+  if (hasId(model)) _col.modSchema();
+  if (!model["tmpls"].is_array()) model["tmpls"] = Json::array();
+  model["tmpls"].push_back(std::move(tmpl));
+  _updateTemplOrds(model);
+  save(&model);
+}
+
+bool ModelManager::remTemplate(Json& model, const Json& tmpl) {
+  Json& tmpls = model["tmpls"];
+  const size_t ord = indexIn(tmpls, tmpl);
+  const Id mid = jsonInt(Json(idText(model)));
+  DB& db = *_col.db();
+  std::vector<Id> cids;
+  for (const Value& v :
+       db.list("select c.id from cards c, notes f where c.nid=f.id and mid = ? and ord = ?",
+               {mid, static_cast<int64_t>(ord)}))
+    cids.push_back(toInt(v));
+  if (tmpls.size() <= 1) throw std::logic_error("len(m['tmpls']) > 1");
+  // Refused when some note would lose its last card.
+  if (db.scalarInt("select nid, count() from cards where nid in (select nid from cards where "
+                   "id in " +
+                   ids2str(cids) + ") group by nid having count() < 2 limit 1"))
+    return false;
+  _col.modSchema();
+  _col.remCards(cids);
+  db.run(
+      "update cards set ord = ord - 1, usn = ?, mod = ? where nid in (select id from notes "
+      "where mid = ?) and ord > ?",
+      {int64_t{_col.usn()}, static_cast<int64_t>(intTime(1)), mid, static_cast<int64_t>(ord)});
+  tmpls.erase(ord);
+  _updateTemplOrds(model);
+  save(&model);
+  return true;
+}
+
+void ModelManager::moveTemplate(Json& model, const Json& tmpl, int idx) {
+  Json& tmpls = model["tmpls"];
+  const size_t oldIdx = indexIn(tmpls, tmpl);
+  if (idx < 0 || static_cast<size_t>(idx) >= tmpls.size()) throw std::logic_error("check");
+  if (oldIdx == static_cast<size_t>(idx)) return;
+  // Where each template was before the move, in its new order.
+  std::vector<size_t> oldOrds(tmpls.size());
+  std::iota(oldOrds.begin(), oldOrds.end(), 0);
+  oldOrds.erase(oldOrds.begin() + static_cast<long>(oldIdx));
+  oldOrds.insert(oldOrds.begin() + idx, oldIdx);
+  Json moved = tmpls[oldIdx];
+  tmpls.erase(oldIdx);
+  tmpls.insert(tmpls.begin() + idx, std::move(moved));
+  _updateTemplOrds(model);
+  std::string clauses;
+  for (size_t i = 0; i < oldOrds.size(); ++i) {
+    if (!clauses.empty()) clauses += ' ';
+    clauses += "when ord = " + std::to_string(oldOrds[i]) + " then " + std::to_string(i);
+  }
+  save(&model);
+  _col.db()->run(
+      "update cards set ord = (case " + clauses +
+          " end),usn=?,mod=? where nid in (select id from notes where mid = ?)",
+      {int64_t{_col.usn()}, static_cast<int64_t>(intTime(1)), jsonInt(Json(idText(model)))});
+}
+
+void ModelManager::_syncTemplates(const Json& model) {
+  _col.remEmptyCards(_col.genCards(nids(model)));
+}
+
+// --- Required fields ---
+
+void ModelManager::_updateRequired(Json& model) {
+  const Json* type = member(model, "type");
+  if (type && jsonInt(*type) == 1) return;
+  const std::vector<std::string> names = fieldNames(model);
+  Json req = Json::array();
+  const Json* tmpls = member(model, "tmpls");
+  if (tmpls && tmpls->is_array()) {
+    for (const Json& t : *tmpls) {
+      Json r = _reqForTemplate(model, names, t);
+      const Json* ord = member(t, "ord");
+      req.push_back(Json::array({ord ? jsonInt(*ord) : 0, r[0], r[1]}));
+    }
+  }
+  model["req"] = std::move(req);
+}
+
+Json ModelManager::_reqForTemplate(const Json& model, const std::vector<std::string>& fieldNames,
+                                   const Json& tmpl) {
+  const size_t n = fieldNames.size();
+  const std::vector<std::string> a(n, kProbe);
+  const std::vector<std::string> b(n, std::string());
+  const Json* ordValue = member(tmpl, "ord");
+  const int64_t ord = ordValue ? jsonInt(*ordValue) : 0;
+  const Id mid = jsonInt(Json(idText(model)));
+  auto question = [&](const std::vector<std::string>& fields) {
+    return _renderQuestion(
+        {int64_t{1}, int64_t{1}, mid, int64_t{1}, ord, std::string(), joinFields(fields)});
+  };
+  const std::string full = question(a);
+  const std::string empty = question(b);
+  if (full == empty) return Json::array({"none", Json::array(), Json::array()});
+  Json found = Json::array();
+  for (size_t i = 0; i < n; ++i) {
+    std::vector<std::string> probe = a;
+    probe[i].clear();
+    if (question(probe).find(kProbe) == std::string::npos) found.push_back(i);
+  }
+  if (!found.empty()) return Json::array({"all", found, Json::array()});
+  found = Json::array();
+  for (size_t i = 0; i < n; ++i) {
+    std::vector<std::string> probe = b;
+    probe[i] = "1";
+    if (question(probe) != empty) found.push_back(i);
+  }
+  return Json::array({"any", found, Json::array()});
 }
 
 std::vector<int> ModelManager::availOrds(const Json& model, const std::string& flds) {
@@ -198,9 +646,58 @@ std::vector<int> ModelManager::_availClozeOrds(const Json& model, const std::str
   return {ords.begin(), ords.end()};
 }
 
-void ModelManager::beforeUpload() {
-  for (auto& [id, m] : _models.items()) m["usn"] = 0;
-  save();
+// --- The standard note types ---
+
+Json& ModelManager::addBasicModel() {
+  Json m = new_("Basic");
+  addField(m, newField("Front"));
+  addField(m, newField("Back"));
+  Json t = newTemplate("Card 1");
+  t["qfmt"] = "{{Front}}";
+  t["afmt"] = "{{FrontSide}}\n\n<hr id=answer>\n\n{{Back}}";
+  addTemplate(m, std::move(t));
+  return add(std::move(m));
+}
+
+Json& ModelManager::addForwardReverse() {
+  Json& m = addBasicModel();
+  m["name"] = "Basic (and reversed card)";
+  Json t = newTemplate("Card 2");
+  t["qfmt"] = "{{Back}}";
+  t["afmt"] = "{{FrontSide}}\n\n<hr id=answer>\n\n{{Front}}";
+  addTemplate(m, std::move(t));
+  return m;
+}
+
+Json& ModelManager::addForwardOptionalReverse() {
+  Json& m = addBasicModel();
+  m["name"] = "Basic (optional reversed card)";
+  addField(m, newField("Add Reverse"));
+  Json t = newTemplate("Card 2");
+  t["qfmt"] = "{{#Add Reverse}}{{Back}}{{/Add Reverse}}";
+  t["afmt"] = "{{FrontSide}}\n\n<hr id=answer>\n\n{{Front}}";
+  addTemplate(m, std::move(t));
+  return m;
+}
+
+Json& ModelManager::addClozeModel() {
+  Json m = new_("Cloze");
+  m["type"] = 1;
+  addField(m, newField("Text"));
+  addField(m, newField("Extra"));
+  Json t = newTemplate("Cloze");
+  t["qfmt"] = "{{cloze:Text}}";
+  t["afmt"] = "{{cloze:Text}}<br>\n{{Extra}}";
+  addTemplate(m, std::move(t));
+  m["css"] = text(m, "css") + ".cloze { font-weight: bold; color: blue;}";
+  return add(std::move(m));
+}
+
+void ModelManager::addStandardModels() {
+  addClozeModel();
+  addForwardOptionalReverse();
+  addForwardReverse();
+  addBasicModel();
 }
 
 }  // namespace rivo

@@ -105,9 +105,9 @@ void Note::_preFlush() {
 }
 
 void Note::_postFlush() {
-  // A note that already has cards may now call for more (a filled field, a new cloze): card
-  // generation runs here, with this note's id, once it exists. A new note gets its cards from
-  // whoever adds it.
+  // A note that already has cards may now call for more (a filled field, a new cloze). A new
+  // note gets its cards from whoever adds it.
+  if (!newlyAdded) col->genCards({id});
 }
 
 std::string Note::joinedFields() const {

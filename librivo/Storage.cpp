@@ -6,6 +6,7 @@
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/ModelManager.h"
 #include "librivo/SysLog.h"
 
 namespace rivo {
@@ -107,7 +108,7 @@ std::unique_ptr<Col> Storage::open(const std::string& path, bool lock, bool serv
     return nullptr;
   }
   if (!existed) {
-    // The standard note types are added here once note types exist.
+    col->models().addStandardModels();
     col->save();
   }
   if (lock) col->lock();

@@ -85,6 +85,19 @@ void printSummary(AppDelegate& app) {
   std::printf("Cards:      %lld\n", static_cast<long long>(col->cardCount()));
 }
 
+// The database check runs as a job, as it does from the settings; its text is the result.
+void runCheck(AppDelegate& app) {
+  // A forced backup is taken here first once backups exist.
+  auto text = std::make_shared<std::string>();
+  app.doWork(
+      "Checking...",
+      [&app, text] {
+        *text = app.col()->fixIntegrity();
+        if (text->empty()) *text = "Database rebuilt and optimized.";
+      },
+      [text] { std::printf("%s\n", text->c_str()); });
+}
+
 }  // namespace
 
 int CommandLine::main(int argc, char** argv) {
@@ -96,6 +109,7 @@ int CommandLine::main(int argc, char** argv) {
   cli.add_option("--profile", s.profile, "profile to open (default: the current one)");
   cli.require_subcommand(0, 1);
   CLI::App* init = cli.add_subcommand("init", "Create what is missing; print the collection path.");
+  CLI::App* check = cli.add_subcommand("check", "Check and repair the database, then optimize it.");
   try {
     cli.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -118,6 +132,7 @@ int CommandLine::main(int argc, char** argv) {
     }
     std::string problem = checkDataDir(s.data, !explicitData);
     if (!problem.empty()) return fail(problem);
+    if (check->parsed()) return withApp(s, false, runCheck);
     return withApp(s, false, printSummary);
   } catch (const std::exception& e) {
     return fail(e.what());

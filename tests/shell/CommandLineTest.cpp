@@ -67,6 +67,21 @@ TEST_F(CommandLine, InitCreatesAndPrintsTheCollectionThenTheSummaryReadsIt) {
   EXPECT_EQ(r.out, collection("Work") + "\n");
 }
 
+TEST_F(CommandLine, CheckRepairsAndReportsOrSaysAllIsWell) {
+  ASSERT_EQ(rivo("--data " + data() + " init", scratch).status, 0);
+  Result r = rivo("--data " + data() + " check", scratch);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "Database rebuilt and optimized.\n");
+  {
+    DB db(collection());
+    db.run("insert into cards values (1, 999, 1, 0, 0, -1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, '')");
+    db.commit();
+  }
+  r = rivo("--data " + data() + " check", scratch);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "Deleted 1 cards with missing note.\n");
+}
+
 TEST_F(CommandLine, BadUsageExitsTwoAndHelpZero) {
   EXPECT_EQ(rivo("--nonsense", scratch).status, 2);
   EXPECT_EQ(rivo("frobnicate", scratch).status, 2);

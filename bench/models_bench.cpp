@@ -1,0 +1,229 @@
+// Card generation and note rewrites on large collections: adding 10,000 notes, generating the
+// cards of a new template for 50,000 notes, and the field cache of 100,000 notes, each against
+// bare SQLite doing the same rows.
+#include <benchmark/benchmark.h>
+#include <sqlite3.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bench/CollectionGenerator.h"
+#include "librivo/Clock.h"
+#include "librivo/Col.h"
+#include "librivo/DB.h"
+#include "librivo/ModelManager.h"
+#include "librivo/Note.h"
+#include "librivo/Storage.h"
+#include "librivo/Utils.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using rivo::Id;
+using rivo::Json;
+
+std::string benchDir(const std::string& name) {
+  std::string dir = (fs::temp_directory_path() / ("rivo-bench-models-" + name)).string();
+  fs::remove_all(dir);
+  fs::create_directories(dir);
+  return dir;
+}
+
+// A generated collection, made once per process.
+struct Generated {
+  std::string dir, path;
+  Generated(const std::string& name, int64_t notes, int64_t cards) {
+    dir = benchDir(name);
+    rivo::GeneratorOptions opt;
+    opt.notes = notes;
+    opt.cards = cards;
+    opt.decks = 50;
+    opt.revlog = 0;
+    rivo::CollectionGenerator(opt).generate(dir, "bench");
+    path = dir + "/profiles/bench/collection.rivo2";
+  }
+  ~Generated() { fs::remove_all(dir); }
+};
+
+constexpr int kAddNotes = 10000;
+
+void BM_AddNote(benchmark::State& state) {
+  const std::string dir = benchDir("add");
+  for (auto _ : state) {
+    state.PauseTiming();
+    fs::remove(dir + "/collection.rivo2");
+    auto col = rivo::Storage::open(dir + "/collection.rivo2");
+    Json& basic = *col->models().byName("Basic");
+    state.ResumeTiming();
+    for (int i = 0; i < kAddNotes; ++i) {
+      rivo::Note note(*col, basic);
+      note.fields = {"front " + std::to_string(i), "back"};
+      col->addNote(note);
+    }
+    state.PauseTiming();
+    col->close();
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * kAddNotes);
+  fs::remove_all(dir);
+}
+BENCHMARK(BM_AddNote)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// The same rows with prepared statements and nothing else.
+void BM_AddNoteBareSql(benchmark::State& state) {
+  const std::string dir = benchDir("addsql");
+  for (auto _ : state) {
+    state.PauseTiming();
+    fs::remove(dir + "/collection.rivo2");
+    auto col = rivo::Storage::open(dir + "/collection.rivo2");
+    const Id mid = rivo::jsonInt((*col->models().byName("Basic"))["id"]);
+    col->close();
+    sqlite3* db = nullptr;
+    sqlite3_open((dir + "/collection.rivo2").c_str(), &db);
+    state.ResumeTiming();
+    sqlite3_exec(db, "begin", nullptr, nullptr, nullptr);
+    sqlite3_stmt* n = nullptr;
+    sqlite3_stmt* c = nullptr;
+    sqlite3_prepare_v2(db, "insert into notes values (?,?,?,?,-1,'',?,?,?,0,'')", -1, &n, nullptr);
+    sqlite3_prepare_v2(db, "insert into cards values (?,?,1,0,?,-1,0,0,?,0,0,0,0,0,0,0,0,'')", -1,
+                       &c, nullptr);
+    const int64_t now = rivo::intTime(1);
+    const Id base = rivo::intTime(1000);
+    for (int i = 0; i < kAddNotes; ++i) {
+      const std::string front = "front " + std::to_string(i);
+      const std::string flds = front + "\x1f" + "back";
+      const std::string guid = rivo::guid64();
+      sqlite3_bind_int64(n, 1, base + i);
+      sqlite3_bind_text(n, 2, guid.c_str(), -1, SQLITE_TRANSIENT);
+      sqlite3_bind_int64(n, 3, mid);
+      sqlite3_bind_int64(n, 4, now);
+      sqlite3_bind_text(n, 5, flds.c_str(), -1, SQLITE_TRANSIENT);
+      sqlite3_bind_text(n, 6, rivo::stripHTML(front).c_str(), -1, SQLITE_TRANSIENT);
+      sqlite3_bind_int64(n, 7, rivo::fieldChecksum(front));
+      sqlite3_step(n);
+      sqlite3_reset(n);
+      sqlite3_bind_int64(c, 1, base + i);
+      sqlite3_bind_int64(c, 2, base + i);
+      sqlite3_bind_int64(c, 3, now);
+      sqlite3_bind_int64(c, 4, i + 1);
+      sqlite3_step(c);
+      sqlite3_reset(c);
+    }
+    sqlite3_finalize(n);
+    sqlite3_finalize(c);
+    state.PauseTiming();
+    sqlite3_exec(db, "commit", nullptr, nullptr, nullptr);
+    sqlite3_close(db);
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * kAddNotes);
+  fs::remove_all(dir);
+}
+BENCHMARK(BM_AddNoteBareSql)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// 62,500 notes with one card each puts 50,000 of them in Basic.
+Generated& templateFixture() {
+  static Generated g("gen", 62500, 62500);
+  return g;
+}
+
+void BM_GenCardsAfterAddingTemplate(benchmark::State& state) {
+  auto col = rivo::Storage::open(templateFixture().path);
+  int64_t notes = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    Json& basic = *col->models().byName("Basic");
+    notes = col->models().useCount(basic);
+    Json t = col->models().newTemplate("Reverse");
+    t["qfmt"] = "{{Back}}";
+    col->models().addTemplate(basic, t);
+    state.ResumeTiming();
+    col->models().save(&basic, true);
+    state.PauseTiming();
+    col->rollback();
+    state.ResumeTiming();
+  }
+  state.counters["notes"] = static_cast<double>(notes);
+  col->close();
+}
+BENCHMARK(BM_GenCardsAfterAddingTemplate)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// The same cards in one set-based statement.
+void BM_GenCardsBareSql(benchmark::State& state) {
+  auto col = rivo::Storage::open(templateFixture().path);
+  const Id mid = rivo::jsonInt((*col->models().byName("Basic"))["id"]);
+  rivo::DB& db = *col->db();
+  for (auto _ : state) {
+    db.run(
+        "insert into cards select ? + rowid, id, 1, 1, ?, -1, 0, 0, rowid, 0, 0, 0, 0, 0, 0, 0, "
+        "0, '' from notes where mid = ? and substr(flds, instr(flds, char(31)) + 1) != ''",
+        {rivo::intTime(1000) * 10, rivo::intTime(1), mid});
+    state.PauseTiming();
+    db.rollback();
+    state.ResumeTiming();
+  }
+  col->close();
+}
+BENCHMARK(BM_GenCardsBareSql)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+Generated& cacheFixture() {
+  static Generated g("cache", 100000, 200000);
+  return g;
+}
+
+void BM_UpdateFieldCache(benchmark::State& state) {
+  auto col = rivo::Storage::open(cacheFixture().path);
+  std::vector<Id> nids;
+  for (const rivo::Value& v : col->db()->list("select id from notes"))
+    nids.push_back(rivo::toInt(v));
+  for (auto _ : state) {
+    col->updateFieldCache(nids);
+    state.PauseTiming();
+    col->rollback();
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(nids.size()));
+  col->close();
+}
+BENCHMARK(BM_UpdateFieldCache)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// Read, strip and checksum, write back: the same per-row work through the SQLite C interface.
+void BM_UpdateFieldCacheBareSql(benchmark::State& state) {
+  const std::string& path = cacheFixture().path;
+  int64_t rows = 0;
+  for (auto _ : state) {
+    sqlite3* db = nullptr;
+    sqlite3_open(path.c_str(), &db);
+    sqlite3_exec(db, "begin", nullptr, nullptr, nullptr);
+    sqlite3_stmt* read = nullptr;
+    sqlite3_stmt* write = nullptr;
+    sqlite3_prepare_v2(db, "select id, flds from notes", -1, &read, nullptr);
+    sqlite3_prepare_v2(db, "update notes set sfld=?, csum=? where id=?", -1, &write, nullptr);
+    std::vector<std::pair<Id, std::string>> all;
+    while (sqlite3_step(read) == SQLITE_ROW)
+      all.emplace_back(sqlite3_column_int64(read, 0),
+                       reinterpret_cast<const char*>(sqlite3_column_text(read, 1)));
+    for (const auto& [id, flds] : all) {
+      const std::string first = flds.substr(0, flds.find('\x1f'));
+      const std::string sfld = rivo::stripHTML(first);
+      sqlite3_bind_text(write, 1, sfld.c_str(), -1, SQLITE_TRANSIENT);
+      sqlite3_bind_int64(write, 2, rivo::fieldChecksum(first));
+      sqlite3_bind_int64(write, 3, id);
+      sqlite3_step(write);
+      sqlite3_reset(write);
+    }
+    rows = static_cast<int64_t>(all.size());
+    sqlite3_finalize(read);
+    sqlite3_finalize(write);
+    state.PauseTiming();
+    sqlite3_exec(db, "rollback", nullptr, nullptr, nullptr);
+    sqlite3_close(db);
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * rows);
+}
+BENCHMARK(BM_UpdateFieldCacheBareSql)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+}  // namespace
