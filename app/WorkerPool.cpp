@@ -29,6 +29,18 @@ void WorkerPool::setErrorHandler(ErrorHandler handler) {
   _onError = std::move(handler);
 }
 
+void WorkerPool::clearPending() {
+  std::deque<Task> dropped;
+  std::lock_guard lock(_m);
+  dropped.swap(_tasks);
+}
+
+bool WorkerPool::isCurrent() const {
+  for (const auto& thread : _threads)
+    if (thread.get_id() == std::this_thread::get_id()) return true;
+  return false;
+}
+
 void WorkerPool::close(bool dropPending) {
   std::deque<Task> dropped;
   std::lock_guard lock(_m);

@@ -1,6 +1,6 @@
 #pragma once
-// A few background threads sharing one queue, for work that needn't wait its turn behind
-// the collection's jobs (sync status checks, media listings).
+// Background threads sharing one queue: several for work that needn't wait its turn behind
+// the collection's jobs (sync status checks, media listings), one for the serial work queue.
 
 #include <condition_variable>
 #include <deque>
@@ -23,11 +23,21 @@ class WorkerPool {
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
 
+  // Queues a task; false (and dropped) once the pool is closed.
   bool async(Task task);
+  // Where an exception thrown by a task goes; without a handler it ends the program.
   void setErrorHandler(ErrorHandler handler);
+  // Discards the tasks that haven't started.
+  void clearPending();
+  // Accepts no more tasks; with `dropPending` the ones not started are discarded.
   void close(bool dropPending);
+  // Waits for the threads to end; only after close().
   void join();
+  // A task is running or waiting.
   bool busy() const;
+  // The calling thread is one of the pool's.
+  bool isCurrent() const;
+  const std::string& label() const { return _label; }
 
  private:
   void _loop();
