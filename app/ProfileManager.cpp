@@ -120,7 +120,8 @@ Json ProfileManager::dictionaryRepresentation() const {
   Json out = Json::object();
   UErrorCode status = U_ZERO_ERROR;
   std::unique_ptr<icu::RegexPattern> pattern(icu::RegexPattern::compile(
-      icu::UnicodeString::fromUTF8("^" + currentProfile() + "_"), 0, status));
+      icu::UnicodeString::fromUTF8(std::string("^").append(currentProfile()).append("_")), 0,
+      status));
   if (U_FAILURE(status)) return out;
   std::unique_ptr<icu::RegexMatcher> matcher(pattern->matcher(status));
   if (U_FAILURE(status)) return out;

@@ -295,9 +295,10 @@ Id DeckManager::_create(const std::string& name, const Json& type) {
 }
 
 Id DeckManager::_freshId(const Json& blob) {
-  // Ids are creation milliseconds: wait for the clock rather than invent one.
+  // Ids are creation milliseconds; two made in one millisecond take the next free one rather
+  // than wait for a clock that may stand still.
   Id id = intTime(1000);
-  while (blob.contains(std::to_string(id))) id = intTime(1000);
+  while (blob.contains(std::to_string(id))) ++id;
   return id;
 }
 

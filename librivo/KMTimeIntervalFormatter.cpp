@@ -8,7 +8,8 @@ namespace {
 
 // A "0" before values below 10.
 std::string twoDigits(long value) {
-  return (value < 10 ? "0" : "") + std::to_string(value);
+  std::string text = value < 10 ? "0" : "";
+  return text += std::to_string(value);
 }
 
 }  // namespace
@@ -43,7 +44,8 @@ std::string KMTimeIntervalFormatter::_words(long hours, long rest) const {
 }
 
 std::string KMTimeIntervalFormatter::_clock(long hours, long rest) const {
-  const std::string minutes = (rest < 600 ? "0" : "") + std::to_string(rest / 60);
+  std::string minutes = rest < 600 ? "0" : "";
+  minutes += std::to_string(rest / 60);
   const std::string mmss = minutes + ":" + twoDigits(rest % 60);
   if (hours < 1) return mmss;
   return twoDigits(hours) + ":" + mmss;

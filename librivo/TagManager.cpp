@@ -137,7 +137,9 @@ std::vector<std::string> TagManager::split(const std::string& text) {
 }
 
 std::string TagManager::join(const std::vector<std::string>& names) {
-  return " " + joinWith(names, " ") + " ";
+  std::string text = " ";
+  text += joinWith(names, " ");
+  return text += " ";
 }
 
 std::vector<std::string> TagManager::canonify(const std::vector<std::string>& names) {

@@ -11,18 +11,13 @@ namespace rivo::test {
 
 class FakeUi : public Ui {
  public:
-  struct Question {
-    std::string title, text;
-    std::function<void(int)> answered;
-  };
-
   void showAlert(const std::string& title, const std::string& text) override {
     events.push_back("alert:" + title + "|" + text);
   }
   void askQuestion(const std::string& title, const std::string& text, const std::string& cancel,
                    const std::string& other, std::function<void(int)> answered) override {
     events.push_back("ask:" + title + "|" + text + "|" + cancel + "|" + other);
-    questions.push_back({title, text, std::move(answered)});
+    answers.push_back(std::move(answered));
   }
   void showPopupView(const std::string& text, bool activity) override {
     events.push_back((activity ? "spinner:" : "popup:") + text);
@@ -34,14 +29,8 @@ class FakeUi : public Ui {
     shown = false;
   }
 
-  size_t count(const std::string& event) const {
-    size_t n = 0;
-    for (const auto& e : events) n += e == event;
-    return n;
-  }
-
   std::vector<std::string> events;
-  std::vector<Question> questions;
+  std::vector<std::function<void(int)>> answers;  // one per question asked
   bool shown = false;
 };
 

@@ -9,92 +9,53 @@
 #include <filesystem>
 
 #include "librivo/Card.h"
-#include "librivo/Clock.h"
 #include "librivo/DB.h"
 #include "librivo/Scheduler.h"
-#include "librivo/Storage.h"
-#include "tests/support/TempDir.h"
+#include "tests/librivo/NoteTypeFixture.h"
 
 namespace rivo {
 namespace {
 
-// 2026-03-10 12:00:00 UTC
-constexpr double kNoon = 1773144000;
-
-class ColTest : public ::testing::Test {
+class ColTest : public test::CollectionTest {
  protected:
-  void SetUp() override {
-    col = Storage::open(path(), true, false, true, dir.path());
-    ASSERT_TRUE(col);
-  }
-  std::string path() const { return dir.file("collection.rivo2"); }
-  int64_t colMod() { return col->db()->scalarInt("select mod from col"); }
-
-  // A note with `n` cards, written with plain SQL so that these tests need no note types.
-  Id addNote(int n, Id did = 1) {
-    Id nid = nextId++;
-    col->db()->run("insert into notes values (?, 'g', 1, 0, -1, '', 'f', 'f', 0, 0, '')", {nid});
-    for (int ord = 0; ord < n; ++ord) {
-      Card card(*col);
-      card.id = nextId++;
-      card.nid = nid;
-      card.did = did;
-      card.ord = ord;
-      card.flush();
-    }
-    return nid;
-  }
-  std::vector<Id> cardsOf(Id nid) {
+  int64_t colMod() { return sqlInt("select mod from col"); }
+  // A note with `n` cards; returns the card ids.
+  std::vector<Id> addNote(int n) {
+    const Id nid = insertNote("f");
     std::vector<Id> ids;
-    for (auto& v : col->db()->list("select id from cards where nid = ? order by ord", {nid}))
-      ids.push_back(toInt(v));
+    for (int ord = 0; ord < n; ++ord) ids.push_back(insertCard(nid, ord));
     return ids;
   }
-
-  test::TempDir dir;
-  std::unique_ptr<Col> col;
-  Id nextId = 1000;
+  Id nidOf(Id cid) { return sqlInt("select nid from cards where id = ?", {cid}); }
 };
 
-TEST_F(ColTest, SaveWithoutChangesWritesNothing) {
+TEST_F(ColTest, SaveWithoutChangesWritesNothingAndLockLeavesTheFlagAlone) {
   col->db()->run("update cards set due = 1");  // a write, so the next save commits
+  clock.advance(1);
   col->save();
-  int64_t mod = colMod();
+  const int64_t mod = colMod();
   EXPECT_EQ(mod, col->mod());
+  clock.advance(1);
   col->save();
   col->save();
   EXPECT_EQ(colMod(), mod);
   EXPECT_FALSE(col->db()->mod);
-}
-
-TEST_F(ColTest, LockLeavesFlagsAndModAlone) {
-  int64_t mod = colMod();
+  EXPECT_TRUE(col->db()->inTransaction()) << "a save takes the lock again";
   col->db()->commit();
-  col->db()->mod = false;
   col->lock();
   EXPECT_FALSE(col->db()->mod);
   EXPECT_TRUE(col->db()->inTransaction());
   EXPECT_EQ(colMod(), mod);
-  col->db()->mod = true;
-  col->lock();
-  EXPECT_TRUE(col->db()->mod);
 }
 
-TEST_F(ColTest, SaveCommitsSoAnotherConnectionSeesTheChangeAfterClose) {
+TEST_F(ColTest, OnlySavedWorkOutlivesClose) {
   addNote(2);
-  col->save();
-  col->close();
-  col->close();  // harmless
-  DB db(path());
-  EXPECT_EQ(db.scalarInt("select count() from cards"), 2);
-}
-
-TEST_F(ColTest, CloseWithoutSaveLosesUncommittedWork) {
   col->save();
   addNote(1);
   col->closeAndSave(false);
-  DB db(path());
-  EXPECT_EQ(db.scalarInt("select count() from cards"), 0);
+  col->close();  // harmless
+  EXPECT_EQ(col->db(), nullptr);
+  EXPECT_EQ(DB(path()).scalarInt("select count() from cards"), 2);
 }
 
 TEST_F(ColTest, ReopenOnOpenDoesNothingAndAfterCloseReadsTheSameCollection) {
@@ -106,7 +67,6 @@ TEST_F(ColTest, ReopenOnOpenDoesNothingAndAfterCloseReadsTheSameCollection) {
   col->setMod();
   col->save();
   col->close();
-  EXPECT_EQ(col->db(), nullptr);
   col->reopen();
   ASSERT_NE(col->db(), nullptr);
   EXPECT_EQ(col->cardCount(), 1);
@@ -116,7 +76,6 @@ TEST_F(ColTest, ReopenOnOpenDoesNothingAndAfterCloseReadsTheSameCollection) {
 TEST_F(ColTest, RollbackLosesWritesAndConfButKeepsUndo) {
   col->save();
   Card card(*col);
-  card.nid = 1;
   col->markReview(card);
   addNote(1);
   col->conf()["lost"] = true;
@@ -127,18 +86,17 @@ TEST_F(ColTest, RollbackLosesWritesAndConfButKeepsUndo) {
   EXPECT_TRUE(col->db()->inTransaction()) << "rollback takes the lock again";
 }
 
-TEST_F(ColTest, NextIdReadsAndIncrementsConf) {
-  EXPECT_EQ(col->nextID("pos"), 1);
-  EXPECT_EQ(col->nextID("pos"), 2);
-  EXPECT_EQ(col->nextID("pos", false), 3);
-  EXPECT_EQ(col->conf()["nextPos"], 3);
-}
+TEST_F(ColTest, PositionsSchemaAndUsn) {
+  const int64_t pos = jsonInt(col->conf()["nextPos"]);
+  EXPECT_EQ(col->nextID("pos"), pos);
+  EXPECT_EQ(col->nextID("pos", false), pos + 1);
+  EXPECT_EQ(col->conf()["nextPos"], pos + 1);
 
-TEST_F(ColTest, ModSchemaAndUsnRules) {
-  int64_t scm = col->scm();
-  Clock::Override clock(Clock::now() + 5);
+  const int64_t scm = col->scm();
+  clock.advance(5);
   col->db()->mod = false;
   col->modSchema();
+  EXPECT_EQ(col->scm(), intTime(1000));
   EXPECT_GT(col->scm(), scm);
   EXPECT_TRUE(col->db()->mod);
   EXPECT_EQ(col->usn(), -1);
@@ -150,43 +108,33 @@ TEST_F(ColTest, ModSchemaAndUsnRules) {
 }
 
 TEST_F(ColTest, RemovingCardsWritesGravesAndRemovesNotesLeftWithoutCards) {
-  Id a = addNote(2);
-  Id b = addNote(1);
-  std::vector<Id> aCards = cardsOf(a);
-  col->remCards({aCards[0]});
-  EXPECT_EQ(col->db()->scalarInt("select count() from notes where id = ?", {a}), 1);
-  col->remCards({aCards[1]});
-  EXPECT_EQ(col->db()->scalarInt("select count() from notes where id = ?", {a}), 0);
-  auto graves = col->db()->all("select usn, oid, type from graves order by rowid");
-  ASSERT_EQ(graves.size(), 3u);
-  EXPECT_EQ(toInt(graves[0][0]), -1);
-  EXPECT_EQ(toInt(graves[0][1]), aCards[0]);
-  EXPECT_EQ(toInt(graves[0][2]), 0);
-  EXPECT_EQ(toInt(graves[1][1]), aCards[1]);
-  EXPECT_EQ(toInt(graves[2][1]), a);
-  EXPECT_EQ(toInt(graves[2][2]), 1);
+  const std::vector<Id> a = addNote(2), b = addNote(1);
+  const Id nid = nidOf(a[0]);
+  col->remCards({a[0]});
+  EXPECT_EQ(col->noteCount(), 2);
+  col->remCards({a[1]});
+  EXPECT_EQ(col->noteCount(), 1);
+  EXPECT_EQ(rowText("select group_concat(oid || ':' || type || ':' || usn, ' ') from graves"),
+            std::to_string(a[0]) + ":0:-1 " + std::to_string(a[1]) + ":0:-1 " +
+                std::to_string(nid) + ":1:-1");
 
-  col->remNotes({b});
-  EXPECT_EQ(col->noteCount(), 0);
+  col->remNotes({nidOf(b[0])});
   EXPECT_TRUE(col->isEmpty());
   col->remCards({});
   // A note that never had cards stays: removal goes through cards.
-  col->db()->run("insert into notes values (5, 'g', 1, 0, -1, '', 'f', 'f', 0, 0, '')");
-  col->remNotes({5});
+  col->remNotes({insertNote("no cards")});
   EXPECT_EQ(col->noteCount(), 1);
 }
 
 TEST_F(ColTest, UndoingReviewsRestoresCardsRevlogAndBuriedSiblings) {
-  Id nid = addNote(3);
-  std::vector<Id> ids = cardsOf(nid);
+  const std::vector<Id> ids = addNote(3);
   // Ten answers in a row over the three cards.
   std::vector<Card> before;
   for (int i = 0; i < 10; ++i) {
     Card card(*col, ids[i % 3]);
     before.push_back(card);
     col->markReview(card);
-    card.queue = 2;
-    card.type = 2;
+    card.queue = card.type = 2;
     card.ivl = i + 1;
     card.due = 100 + i;
     card.reps += 1;
@@ -199,15 +147,13 @@ TEST_F(ColTest, UndoingReviewsRestoresCardsRevlogAndBuriedSiblings) {
   EXPECT_EQ(col->undoName(), "Review");
   for (int i = 9; i >= 0; --i) {
     ASSERT_TRUE(col->canUndo());
-    auto undone = col->undoSavingCurrentCard(nullptr);
-    ASSERT_TRUE(undone);
-    EXPECT_EQ(*undone, before[i].id);
+    EXPECT_EQ(col->undoSavingCurrentCard(nullptr), before[i].id);
     Card restored(*col, before[i].id);
     EXPECT_EQ(restored.ivl, before[i].ivl);
     EXPECT_EQ(restored.due, before[i].due);
     EXPECT_EQ(restored.reps, before[i].reps);
-    EXPECT_EQ(col->db()->scalarInt("select count() from revlog"), i);
-    EXPECT_EQ(col->db()->scalarInt("select count() from cards where queue = -2"), 0);
+    EXPECT_EQ(sqlInt("select count() from revlog"), i);
+    EXPECT_EQ(sqlInt("select count() from cards where queue = -2"), 0);
   }
   EXPECT_FALSE(col->canUndo());
   EXPECT_EQ(col->undoName(), "");
@@ -215,8 +161,7 @@ TEST_F(ColTest, UndoingReviewsRestoresCardsRevlogAndBuriedSiblings) {
 }
 
 TEST_F(ColTest, UndoPushesTheCurrentCardThenTheRestoredOne) {
-  Id nid = addNote(2);
-  auto ids = cardsOf(nid);
+  const std::vector<Id> ids = addNote(2);
   Card answered(*col, ids[0]);
   col->markReview(answered);
   Card current(*col, ids[1]);
@@ -245,8 +190,8 @@ TEST_F(ColTest, OperationUndoRollsBackAndNamedSavesReplaceReviewUndo) {
 
 TEST_F(ColTest, BeforeUploadLeavesACleanClosedFile) {
   addNote(2);
-  col->remCards({cardsOf(addNote(1))});
-  col->save();
+  col->remCards(addNote(1));
+  col->db()->executeScript("update cards set usn = -1; update notes set usn = -1");
   col->beforeUpload();
   EXPECT_EQ(col->db(), nullptr);
   EXPECT_FALSE(col->schemaChanged());
@@ -254,31 +199,13 @@ TEST_F(ColTest, BeforeUploadLeavesACleanClosedFile) {
   EXPECT_EQ(db.scalarInt("select count() from graves"), 0);
   EXPECT_EQ(db.scalarInt("select count() from cards where usn = -1"), 0);
   EXPECT_EQ(db.scalarInt("select count() from notes where usn = -1"), 0);
-  auto row = db.first("select mod, scm, ls, usn from col");
-  EXPECT_EQ(toInt((*row)[0]), toInt((*row)[1]));
-  EXPECT_EQ(toInt((*row)[1]), toInt((*row)[2]));
-  EXPECT_EQ(toInt((*row)[3]), 1);
+  EXPECT_EQ(db.scalarInt("select count() from col where mod = scm and scm = ls and usn = 1"), 1);
   Json decks = decodeJson(toText(*db.scalar("select decks from col")));
   EXPECT_EQ(decks["1"]["usn"], 0);
   EXPECT_EQ(decks["1"]["id"], 1) << "flush repairs a deck id stored as text";
 }
 
-TEST_F(ColTest, ProgressIsThrottledToFourASecond) {
-  Clock::Override clock(kNoon);
-  std::vector<std::string> shown;
-  col->setProgressSink([&](const std::string& s) { shown.push_back(s); });
-  int asked = 0;
-  auto block = [&] { return "step " + std::to_string(++asked); };
-  for (int i = 0; i < 100; ++i) {
-    col->updateProgressWithBlock(block);
-    clock.advance(0.01);
-  }
-  EXPECT_EQ(shown.size(), 4u);
-  EXPECT_EQ(asked, 4) << "the block isn't even asked when the update is dropped";
-}
-
 TEST_F(ColTest, DebugLogLinesAndRotation) {
-  Clock::Override clock(kNoon);
   std::string logPath = dir.file("debug.log");
   std::string oldPath = dir.file("debug.log.old");
   col->close();
@@ -297,44 +224,28 @@ TEST_F(ColTest, DebugLogLinesAndRotation) {
   EXPECT_EQ(test::readFile(logPath), "[1773144000]: rotated\n");
 }
 
-struct CrtCase {
-  const char* tz;
-  double now;
-  int64_t crt;
-};
-
-class CrtTest : public ::testing::TestWithParam<CrtCase> {};
-
-TEST_P(CrtTest, DayZeroStartsAtFourGmtOfTheLocalDate) {
-  const char* old = std::getenv("TZ");
-  std::string saved = old ? old : "";
-  setenv("TZ", GetParam().tz, 1);
-  tzset();
-  {
+TEST(ColCrt, DayZeroStartsAtFourGmtOfTheLocalDate) {
+  constexpr int64_t kMidnight = 1773100800;  // 2026-03-10 00:00:00 UTC
+  const struct {
+    const char* tz;
+    int64_t now, crt;
+  } cases[] = {// 03:00 local belongs to the previous day, 05:00 to the same day.
+               {"UTC", kMidnight + 3 * 3600, kMidnight - 86400 + 4 * 3600},
+               {"UTC", kMidnight + 5 * 3600, kMidnight + 4 * 3600},
+               // Two hours east: 05:00 local is 03:00 GMT; day zero still begins 04:00 GMT.
+               {"Etc/GMT-2", kMidnight + 3 * 3600, kMidnight + 4 * 3600},
+               // Five hours west: 23:00 local on the 9th is 04:00 GMT on the 10th.
+               {"Etc/GMT+5", kMidnight + 4 * 3600, kMidnight - 86400 + 4 * 3600}};
+  test::SavedEnv tz("TZ");
+  for (const auto& c : cases) {
+    setenv("TZ", c.tz, 1);
+    tzset();
     test::TempDir dir;
-    Clock::Override clock(GetParam().now);
+    Clock::Override clock(c.now);
     auto col = Storage::open(dir.file("c.rivo2"));
-    ASSERT_TRUE(col);
-    EXPECT_EQ(col->crt(), GetParam().crt);
+    EXPECT_EQ(col ? col->crt() : 0, c.crt) << c.tz << " " << c.now;
   }
-  if (old)
-    setenv("TZ", saved.c_str(), 1);
-  else
-    unsetenv("TZ");
-  tzset();
 }
-
-// 2026-03-10 00:00:00 UTC is 1773100800.
-INSTANTIATE_TEST_SUITE_P(
-    Zones, CrtTest,
-    ::testing::Values(
-        // 03:00 local belongs to the previous day, 05:00 to the same day.
-        CrtCase{"UTC", 1773100800 + 3 * 3600, 1773100800 - 86400 + 4 * 3600},
-        CrtCase{"UTC", 1773100800 + 5 * 3600, 1773100800 + 4 * 3600},
-        // Two hours east: 05:00 local is 03:00 GMT; day zero still begins 04:00 GMT.
-        CrtCase{"Etc/GMT-2", 1773100800 + 3 * 3600, 1773100800 + 4 * 3600},
-        // Five hours west: 23:00 local on the 9th is 04:00 GMT on the 10th.
-        CrtCase{"Etc/GMT+5", 1773100800 + 4 * 3600, 1773100800 - 86400 + 4 * 3600}));
 
 // A process killed in the middle of writes comes back at its last save.
 TEST(ColCrash, SigkillReopensAtTheLastSave) {

@@ -21,21 +21,16 @@ class DBTest : public ::testing::Test {
 
 TEST(DBQueryType, ClassifiesByTrimmedLowercasePrefix) {
   using Q = DB::QueryType;
-  EXPECT_EQ(DB::_queryType("select 1"), Q::Read);
-  EXPECT_EQ(DB::_queryType("  \n\tSELECT 1"), Q::Read);
-  EXPECT_EQ(DB::_queryType("Pragma page_size"), Q::Read);
-  EXPECT_EQ(DB::_queryType("insert into t values (1)"), Q::Write);
-  EXPECT_EQ(DB::_queryType(" UPDATE t set v=1"), Q::Write);
-  EXPECT_EQ(DB::_queryType("delete from t"), Q::Write);
-  EXPECT_EQ(DB::_queryType("replace into t values (1)"), Q::Write);
-  EXPECT_EQ(DB::_queryType("create table x (a)"), Q::Other);
-  EXPECT_EQ(DB::_queryType("vacuum"), Q::Other);
-  EXPECT_EQ(DB::_queryType("analyze"), Q::Other);
-  EXPECT_EQ(DB::_queryType("with x as (select 1) select * from x"), Q::Other);
-  EXPECT_EQ(DB::_queryType(""), Q::Other);
+  for (const char* q : {"select 1", "  \n\tSELECT 1", "Pragma page_size"})
+    EXPECT_EQ(DB::_queryType(q), Q::Read) << q;
+  for (const char* q : {" UPDATE t set v=1", "insert into t", "delete from t", "replace into t"})
+    EXPECT_EQ(DB::_queryType(q), Q::Write) << q;
+  for (const char* q :
+       {"create table x (a)", "vacuum", "analyze", "with x as (select 1) select 1", ""})
+    EXPECT_EQ(DB::_queryType(q), Q::Other) << q;
 }
 
-TEST_F(DBTest, WritesSetModAndOpenATransactionReadsDoNot) {
+TEST_F(DBTest, WritesSetModAndOpenATransactionOthersDoNot) {
   db->scalar("select count() from t");
   EXPECT_FALSE(db->mod);
   EXPECT_FALSE(db->inTransaction());
@@ -45,9 +40,9 @@ TEST_F(DBTest, WritesSetModAndOpenATransactionReadsDoNot) {
   db->commit();
   EXPECT_FALSE(db->inTransaction());
   EXPECT_TRUE(db->mod) << "commit leaves the flag to the caller";
-}
 
-TEST_F(DBTest, VacuumAndAnalyzeNeitherSetModNorBeginAndFailInsideATransaction) {
+  // Vacuum and analyze neither set the flag nor begin, and fail inside a transaction.
+  db->mod = false;
   EXPECT_TRUE(db->runWithResult("vacuum"));
   EXPECT_TRUE(db->runWithResult("analyze"));
   EXPECT_FALSE(db->mod);
@@ -84,14 +79,10 @@ TEST_F(DBTest, ExecuteScriptCommitsFirstAndSplitsEvenInsideLiterals) {
   EXPECT_EQ(db->scalarInt("select count() from t"), 1);
 }
 
-TEST_F(DBTest, RollbackWithoutTransactionIsHarmless) {
+TEST_F(DBTest, ScalarTellsNoRowFromNullAndRollbackWithoutTransactionIsHarmless) {
   db->rollback();
   db->run("insert into t values (1, 'a')");
   db->rollback();
-  EXPECT_EQ(db->scalarInt("select count() from t"), 0);
-}
-
-TEST_F(DBTest, ScalarTellsNoRowFromNull) {
   EXPECT_FALSE(db->scalar("select v from t where id = 7").has_value());
   auto v = db->scalar("select max(id) from t");
   ASSERT_TRUE(v.has_value());
@@ -118,14 +109,11 @@ TEST_F(DBTest, ValuesRoundTripByType) {
   EXPECT_EQ(db->scalarInt("select id from t where v = 'z'"), 99);
 }
 
-TEST_F(DBTest, WrongBindCountRunsNothing) {
+TEST_F(DBTest, WrongBindCountRunsNothingAndExecuteManyGoesOnAfterAFailingRow) {
   EXPECT_FALSE(db->runWithResult("insert into t values (?, ?)", {int64_t{1}}));
   EXPECT_FALSE(db->scalar("select v from t where id = ?").has_value());
   EXPECT_TRUE(db->list("select v from t where id = ?", {int64_t{1}, int64_t{2}}).empty());
   EXPECT_EQ(db->scalarInt("select count() from t"), 0);
-}
-
-TEST_F(DBTest, ExecuteManyGoesOnAfterAFailingRow) {
   auto results = db->executeMany("insert into t values (?, ?)", {{int64_t{1}, std::string("a")},
                                                                  {int64_t{1}, std::string("dup")},
                                                                  {int64_t{2}},
@@ -134,19 +122,16 @@ TEST_F(DBTest, ExecuteManyGoesOnAfterAFailingRow) {
   EXPECT_EQ(db->list("select v from t order by id").size(), 2u);
 }
 
-TEST_F(DBTest, FailedQueryGivesEmptyResultAndClosedDbRefusesWork) {
+TEST_F(DBTest, FailuresGiveEmptyResultsAndClosedOrForeignFilesRefuseWork) {
   EXPECT_TRUE(db->all("select nope from t").empty());
   db->close();
   EXPECT_FALSE(db->isOpen());
   EXPECT_FALSE(db->runWithResult("insert into t values (1, 'a')"));
   db->close();
-}
 
-TEST(DBOpen, ANonDatabaseFileFailsOnFirstUse) {
-  test::TempDir dir;
   test::writeFile(dir.file("junk"), std::string(4096, 'x'));
-  DB db(dir.file("junk"));
-  EXPECT_FALSE(db.first("select crt from col").has_value());
+  DB junk(dir.file("junk"));
+  EXPECT_FALSE(junk.first("select crt from col").has_value());
   EXPECT_EQ(test::readFile(dir.file("junk")), std::string(4096, 'x'));
 }
 

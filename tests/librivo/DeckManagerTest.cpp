@@ -22,7 +22,6 @@ class DeckManagerTest : public ::testing::Test {
   }
   void reopen() {
     col->close();
-    col.reset();
     open();
   }
   DeckManager& dm() { return col->decks(); }
@@ -55,10 +54,11 @@ class DeckManagerTest : public ::testing::Test {
         {id, id, did});
     return id;
   }
-  std::vector<std::pair<Id, int>> graves() {
-    std::vector<std::pair<Id, int>> out;
-    for (auto& row : col->db()->all("select oid, type from graves order by rowid"))
-      out.emplace_back(toInt(row[0]), static_cast<int>(toInt(row[1])));
+  // Ids of what was removed, and whether each was a deck.
+  std::vector<std::pair<Id, bool>> graves() {
+    std::vector<std::pair<Id, bool>> out;
+    for (auto& row : col->db()->all("select oid, type = 2 from graves order by rowid"))
+      out.emplace_back(toInt(row[0]), toInt(row[1]));
     return out;
   }
   int64_t cardDid(Id cid) {
@@ -77,11 +77,8 @@ TEST_F(DeckManagerTest, NewCollectionKeepsStringValuesThatReadersConvert) {
   EXPECT_EQ(raw["conf"], "1");
   EXPECT_TRUE(raw["mod"].is_string());
   EXPECT_EQ(dm().getID("DEFAULT"), 1);
-  EXPECT_EQ(dm().count(), 1u);
   Json* group = dm().confForDid("1");
   ASSERT_NE(group, nullptr);
-  EXPECT_EQ((*group)["id"], 1);
-  EXPECT_EQ((*group)["dyn"], false);
   EXPECT_EQ(dm().didsForConf(*group), std::vector<Id>{1});
 
   // A flush repairs the type of `id` and only that.
@@ -147,17 +144,13 @@ TEST_F(DeckManagerTest, RenameCarriesDescendantsAndSavesEveryPrefixMatch) {
   reopen();
   EXPECT_EQ(dm().getID("a::b", false), 0);
   EXPECT_EQ(dm().getID("x::b::a", false), aba);
-}
 
-TEST_F(DeckManagerTest, RenameMovesATreeIntoAndOutOfAParent) {
-  Id b = dm().getID("b");
-  dm().getID("b::c");
-  dm().rename(deck(b), "p::b");
-  EXPECT_EQ(fileNames(), (Names{"Default", "p", "p::b", "p::b::c"}));
-
+  // Into a new parent and out again.
+  dm().rename(deck(ab), "p::b");
+  EXPECT_EQ(fileNames(), (Names{"Default", "ab", "p", "p::b", "p::b::a", "x"}));
   reopen();
-  dm().rename(deck(b), "B");
-  EXPECT_EQ(fileNames(), (Names{"B", "B::c", "Default", "p"}));
+  dm().rename(deck(ab), "B");
+  EXPECT_EQ(fileNames(), (Names{"B", "B::a", "Default", "ab", "p", "x"}));
 }
 
 TEST_F(DeckManagerTest, RenameRefusesTakenAndCircularNamesWithoutWriting) {
@@ -202,10 +195,11 @@ TEST_F(DeckManagerTest, RemovingAParentWithCardsRemovesTheTreeAndLeavesGraves) {
   dm().removeDeck(p, true);
   EXPECT_EQ(fileNames(), Names{"Default"});
   EXPECT_EQ(toInt(*col->db()->scalar("select group_concat(id) from cards")), kept);
-  std::vector<std::pair<Id, int>> deckGraves, cardGraves;
-  for (auto g : graves()) (g.second == 2 ? deckGraves : cardGraves).push_back(g);
-  EXPECT_EQ(deckGraves, (std::vector<std::pair<Id, int>>{{p, 2}, {d, 2}, {c, 2}}));
-  EXPECT_EQ(cardGraves.size(), 6u);  // each card and its note
+  std::vector<Id> deckGraves;
+  for (auto [id, isDeck] : graves())
+    if (isDeck) deckGraves.push_back(id);
+  EXPECT_EQ(deckGraves, (std::vector<Id>{p, d, c}));
+  EXPECT_EQ(graves().size(), 9u);  // and each card and its note
 }
 
 TEST_F(DeckManagerTest, RemovingWithoutCardsLeavesOrphansUntilRecovered) {
@@ -220,7 +214,7 @@ TEST_F(DeckManagerTest, RemovingWithoutCardsLeavesOrphansUntilRecovered) {
   EXPECT_EQ(fileNames(), (Names{"Default", "x::y"}));
   EXPECT_EQ(cardDid(inP), p);
   EXPECT_EQ(cardDid(inC), c);
-  EXPECT_EQ(graves(), (std::vector<std::pair<Id, int>>{{p, 2}, {c, 2}, {x, 2}}));
+  EXPECT_EQ(graves(), (std::vector<std::pair<Id, bool>>{{p, true}, {c, true}, {x, true}}));
 
   ASSERT_FALSE(col->db()->mod);
   dm().recoverOrphans();
@@ -236,7 +230,7 @@ TEST_F(DeckManagerTest, TheDefaultDeckStaysAndUnknownIdsOnlyLeaveAGrave) {
   dm().removeDeck("1");
   dm().removeDeck(424242);
   EXPECT_EQ(fileNames(), (Names{"Default", "top"}));
-  EXPECT_EQ(graves(), (std::vector<std::pair<Id, int>>{{424242, 2}}));
+  EXPECT_EQ(graves(), (std::vector<std::pair<Id, bool>>{{424242, true}}));
 
   dm().rename(deck(1), "Main");
   reopen();
@@ -302,11 +296,7 @@ TEST_F(DeckManagerTest, ParentsRecreateAMissingLevel) {
   ASSERT_EQ(parents.size(), 2u);
   EXPECT_EQ((*parents[0])["name"], "a");
   EXPECT_EQ((*parents[1])["name"], "a::b");
-  EXPECT_NE((*parents[1])["id"], oldB);
   EXPECT_EQ(fileNames(), (Names{"Default", "a", "a::b", "a::b::c"}));
-  EXPECT_TRUE(DeckManager::_isAncestor("a", "a::b::c"));
-  EXPECT_FALSE(DeckManager::_isAncestor("a::b::c", "a"));
-  EXPECT_FALSE(DeckManager::_isParent("a::b", "a::b::c"));
 }
 
 TEST_F(DeckManagerTest, OptionGroupsCloneAssignRemoveAndRestore) {
@@ -334,25 +324,22 @@ TEST_F(DeckManagerTest, OptionGroupsCloneAssignRemoveAndRestore) {
   EXPECT_EQ(fileDecks()["d"]["conf"], 1);
 }
 
-TEST_F(DeckManagerTest, FilteredDecksCarryTheirOwnOptions) {
+TEST_F(DeckManagerTest, FilteredDeckOptionsAndTheTwoCollapseKeys) {
   Id f = dm().newDyn("Filtered Deck 1");
   EXPECT_EQ(dm().selected(), f);
   EXPECT_TRUE(dm().isDyn(f));
   EXPECT_EQ(dm().confForDid(f), &deck(f));
   EXPECT_FALSE(deck(f).contains("conf"));
-  Names plain = dm().allNames(false);
-  EXPECT_EQ(plain, Names{"Default"});
+  EXPECT_EQ(dm().allNames(false), Names{"Default"});
   EXPECT_EQ(dm().newDyn("::"), 0);
   EXPECT_EQ(dm().selected(), f);
   EXPECT_EQ(fileDecks()["Filtered Deck 1"]["terms"], Json::parse(R"([["", 100, 0]])"));
-}
 
-TEST_F(DeckManagerTest, CollapseReadsOneKeyAndWritesAnother) {
+  // Collapsing reads one key and writes another.
   dm().collapse(1);
   dm().collapse(1);
-  Json d = fileDecks()["Default"];
-  EXPECT_EQ(d["collapse"], 1);
-  EXPECT_EQ(d["collapsed"], false);
+  EXPECT_EQ(fileDecks()["Default"]["collapse"], 1);
+  EXPECT_EQ(fileDecks()["Default"]["collapsed"], false);
 }
 
 TEST_F(DeckManagerTest, CardsMoveBetweenDecksAndListWithChildren) {
@@ -360,10 +347,9 @@ TEST_F(DeckManagerTest, CardsMoveBetweenDecksAndListWithChildren) {
   Id c = dm().getID("p::c");
   Id one = addCard(1), two = addCard(c);
   dm().setDeckForCardIDs({one}, p);
-  auto row = *col->db()->first("select did, usn, mod from cards where id = ?", {one});
-  EXPECT_EQ(toInt(row[0]), p);
-  EXPECT_EQ(toInt(row[1]), -1);
-  EXPECT_GT(toInt(row[2]), 1000000000000);  // milliseconds here
+  EXPECT_EQ(col->db()->scalarInt("select count() from cards where did = ? and usn = -1 and mod > ?",
+                                 {p, int64_t{1000000000000}}),
+            1);  // milliseconds here
   EXPECT_EQ(dm().cardIDs(p), std::vector<Id>{one});
   auto both = dm().cardIDs(p, true);
   std::sort(both.begin(), both.end());

@@ -14,13 +14,10 @@ std::string fromCodePoint(UChar32 c) {
   return out;
 }
 
-TEST(HtmlEscape, EscapesOnlyMarkupForHtml) {
+TEST(HtmlEscape, EscapesMarkupAndForAsciiNamesWhatItCanAndNumbersTheRest) {
   EXPECT_EQ(stringByEscapingForHTML("<a href=\"x\">'&'</a>"),
             "&lt;a href=&quot;x&quot;&gt;&apos;&amp;&apos;&lt;/a&gt;");
   EXPECT_EQ(stringByEscapingForHTML("café €"), "café €");
-}
-
-TEST(HtmlEscape, AsciiEscapingNamesWhatItCanAndNumbersTheRest) {
   EXPECT_EQ(stringByEscapingForAsciiHTML("plain <text>"), "plain &lt;text&gt;");
   EXPECT_EQ(stringByEscapingForAsciiHTML("é€ア\u00a0"), "&eacute;&euro;&#12450;&nbsp;");
   EXPECT_EQ(stringByEscapingForAsciiHTML("\xF0\x9F\x98\x80"), "&#128512;");

@@ -59,12 +59,13 @@ class CollectionTest : public ::testing::Test {
   std::string debugLog() const { return readFile(dir.file("debug.log")); }
   Json& basic() { return *col->models().get(kBasicId); }
 
-  // Rows written with plain SQL, so that a field string can be anything at all.
+  // Rows written with plain SQL, so that a field string can be anything at all. Tests write
+  // the field separator as "\037", which unlike "\x1f" can't swallow the letters after it.
   Id insertNote(const std::string& flds, Id mid = kBasicId, const std::string& tags = "  ") {
     const Id nid = nextId++;
     col->db()->run(
         "insert into notes values (?, ?, ?, 100, 5, ?, ?, '', ?, 0, '')",
-        {nid, "g" + std::to_string(nid), mid, tags, flds, fieldChecksum(splitFields(flds)[0])});
+        {nid, std::to_string(nid), mid, tags, flds, fieldChecksum(splitFields(flds)[0])});
     return nid;
   }
   Id insertCard(Id nid, int ord) {
@@ -72,6 +73,18 @@ class CollectionTest : public ::testing::Test {
     col->db()->run("insert into cards values (?,?,1,?,0,0,0,0,0,0,0,0,0,0,0,0,0,'')",
                    {cid, nid, int64_t{ord}});
     return cid;
+  }
+  int64_t sqlInt(const std::string& sql, const Row& vars = {}) {
+    return col->db()->scalarInt(sql, vars);
+  }
+  // The first row's values joined by '|', to compare a whole row at once.
+  std::string rowText(const std::string& sql, const Row& vars = {}) {
+    std::string out;
+    for (const Value& v : col->db()->first(sql, vars).value_or(Row{})) {
+      if (!out.empty()) out += '|';
+      out += toText(v);
+    }
+    return out;
   }
 
   Clock::Override clock;

@@ -9,31 +9,22 @@ namespace {
 
 using Entry = std::pair<int64_t, int64_t>;  // (due, card id)
 
-TEST(PriorityQueue, SortsPairsByTheirFirstItemOnly) {
+TEST(PriorityQueue, EntriesSortByTheirFirstItemOnly) {
   std::vector<Entry> q;
-  sortQueue(q);
-  EXPECT_TRUE(q.empty());
   queuePush(q, Entry{300, 1});
   queuePush(q, Entry{100, 9});
   queuePush(q, Entry{200, 5});
-  EXPECT_EQ(q.front(), (Entry{100, 9}));
   EXPECT_EQ(queuePop(q), (Entry{100, 9}));
   EXPECT_EQ(queuePop(q), (Entry{200, 5}));
-  EXPECT_EQ(q.size(), 1u);
-
+  EXPECT_EQ(q, std::vector<Entry>{(Entry{300, 1})});
   std::vector<std::array<int, 2>> arrays{{3, 0}, {1, 9}, {2, 5}};
   sortQueue(arrays);
-  EXPECT_EQ(arrays[0][0], 1);
-  EXPECT_EQ(arrays[2][0], 3);
-}
+  EXPECT_EQ(arrays, (std::vector<std::array<int, 2>>{{1, 9}, {2, 5}, {3, 0}}));
 
-TEST(PriorityQueue, PlainElementsAndPop) {
   std::vector<int64_t> ids{5, 3, 9};
   sortQueue(ids);
-  EXPECT_EQ(ids, (std::vector<int64_t>{3, 5, 9}));
-  EXPECT_EQ(pop(ids), 9);
   EXPECT_EQ(queuePop(ids), 3);
-  EXPECT_EQ(ids, (std::vector<int64_t>{5}));
+  EXPECT_EQ(pop(ids), 9);  // the last, not the smallest
   ids.clear();
   EXPECT_THROW(pop(ids), std::out_of_range);
   EXPECT_THROW(queuePop(ids), std::out_of_range);
@@ -51,9 +42,6 @@ TEST(PriorityQueue, ShuffleIsASeededPermutation) {
   EXPECT_NE(a, original);
   sortQueue(a);
   EXPECT_EQ(a, original);
-  std::vector<int64_t> none;
-  shuffle(none);
-  EXPECT_TRUE(none.empty());
 }
 
 }  // namespace

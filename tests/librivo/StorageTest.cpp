@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <filesystem>
 
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
@@ -70,24 +70,19 @@ TEST(Storage, NewFileHasTheExactSchemaPragmasAndRows) {
   EXPECT_EQ(db.scalarInt("select count() from sqlite_master where name = 'sqlite_stat1'"), 1)
       << "analyze ran";
 
-  auto row = db.first("select id, crt, mod, scm, ver, dty, usn, ls, models, tags from col");
+  auto row = db.first("select crt, scm, id || ver || dty || usn || ls || tags, models from col");
   ASSERT_TRUE(row);
-  EXPECT_EQ(toInt((*row)[0]), 1);
-  EXPECT_GT(toInt((*row)[1]), 0) << "crt is set by the first save";
-  EXPECT_GE(toInt((*row)[3]), before);
-  EXPECT_LE(toInt((*row)[3]), intTime(1000));
-  EXPECT_EQ(toInt((*row)[4]), 11);
-  EXPECT_EQ(toInt((*row)[5]), 0);
-  EXPECT_EQ(toInt((*row)[6]), 0);
-  EXPECT_EQ(toInt((*row)[7]), 0);
-  EXPECT_EQ(toText((*row)[9]), "{}");
+  EXPECT_GT(toInt((*row)[0]), 0) << "crt is set by the first save";
+  EXPECT_GE(toInt((*row)[1]), before);
+  EXPECT_LE(toInt((*row)[1]), intTime(1000));
+  EXPECT_EQ(toText((*row)[2]), "111000{}");  // id 1, version 11, the rest zero or empty
   EXPECT_EQ(db.scalarInt("select count() from col"), 1);
 
   Json conf = decodeJson(toText(*db.scalar("select conf from col")));
   EXPECT_EQ(conf["lastUnburied"], 0) << "cards are unburied at open";
   conf.erase("lastUnburied");
   // The standard note types came last with Basic, which is current.
-  Json models = decodeJson(toText((*row)[8]));
+  Json models = decodeJson(toText((*row)[3]));
   ASSERT_EQ(models.size(), 4u);
   ASSERT_TRUE(conf["curModel"].is_string());
   EXPECT_EQ(models[conf["curModel"].get<std::string>()]["name"], "Basic");
@@ -98,47 +93,31 @@ TEST(Storage, NewFileHasTheExactSchemaPragmasAndRows) {
   Json decks = decodeJson(toText(*db.scalar("select decks from col")));
   ASSERT_EQ(decks.size(), 1u);
   EXPECT_EQ(decks["1"]["name"], "Default");
-  EXPECT_EQ(decks["1"]["id"], "1");
-  EXPECT_EQ(decks["1"]["conf"], "1");
-  EXPECT_TRUE(decks["1"]["mod"].is_string());
-  EXPECT_EQ(decks["1"]["newToday"], Json::array({0, 0}));
-  EXPECT_EQ(decks["1"]["extendRev"], 50);
+  EXPECT_EQ(decks["1"]["id"], "1");  // text, as first written
   Json dconf = decodeJson(toText(*db.scalar("select dconf from col")));
   ASSERT_EQ(dconf.size(), 1u);
   EXPECT_EQ(dconf["1"]["id"], 1);
-  EXPECT_EQ(dconf["1"]["new"]["delays"], Json::array({1, 10}));
-  EXPECT_EQ(dconf["1"]["lapse"]["leechFails"], 8);
-  EXPECT_DOUBLE_EQ(dconf["1"]["rev"]["ease4"].get<double>(), 1.3);
 }
 
-TEST(Storage, ANonDatabaseFileOpensToNothingAndIsLeftInPlace) {
+TEST(Storage, WhatIsNotACollectionOpensToNothingAndIsLeftInPlace) {
   test::TempDir dir;
   std::string path = dir.file("collection.rivo2");
   std::string junk = "this is not a database, just some text the user put here\n";
   test::writeFile(path, junk);
   EXPECT_EQ(Storage::open(path), nullptr);
   EXPECT_EQ(test::readFile(path), junk);
-}
 
-TEST(Storage, AnEmptyDatabaseWithoutColRowOpensToNothing) {
-  test::TempDir dir;
-  std::string path = dir.file("collection.rivo2");
-  {
-    DB db(path);
-    db.executeScript("create table other (a)");
-  }
+  std::filesystem::remove(path);
+  DB(path).executeScript("create table other (a)");
   EXPECT_EQ(Storage::open(path), nullptr);
 }
 
 TEST(Storage, ReopeningKeepsTheFileAndTakesTheLock) {
   test::TempDir dir;
   std::string path = dir.file("collection.rivo2");
-  int64_t scm;
-  {
-    auto col = Storage::open(path);
-    scm = col->scm();
-    col->close();
-  }
+  auto first = Storage::open(path);
+  const int64_t scm = first->scm();
+  first->close();
   auto col = Storage::open(path);
   ASSERT_TRUE(col);
   EXPECT_EQ(col->scm(), scm);

@@ -5,42 +5,26 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <set>
-#include <sstream>
 
 #include "librivo/Clock.h"
 #include "librivo/DB.h"
+#include "tests/support/TempDir.h"
 
 namespace rivo {
 namespace {
 
-std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-TEST(UtilsIds, TimestampIdSkipsIdsAlreadyInTheTable) {
+TEST(UtilsIds, NewIdsAreAboveTheClockAndTheIdsInUse) {
   Clock::Override clock(1700000000.5);
   DB db(":memory:");
-  db.run("create table cards (id integer primary key)");
+  db.executeScript("create table cards (id integer primary key); create table notes (id)");
   const int64_t first = timestampID(db, "cards");
   EXPECT_EQ(first, 1700000000500);
+  EXPECT_EQ(maxID(db), "1700000000501");
   db.run("insert into cards values (?)", {first});
   EXPECT_EQ(timestampID(db, "cards"), first + 1);
-}
-
-TEST(UtilsIds, MaxIdIsAboveTheClockAndEveryCardAndNote) {
-  Clock::Override clock(1000.0);
-  DB db(":memory:");
-  db.run("create table cards (id integer primary key)");
-  db.run("create table notes (id integer primary key)");
-  EXPECT_EQ(maxID(db), "1000001");
-  db.run("insert into notes values (5000000)");
-  db.run("insert into cards values (4000000)");
-  EXPECT_EQ(maxID(db), "5000001");
+  db.run("insert into notes values (1800000000000)");
+  EXPECT_EQ(maxID(db), "1800000000001");
 }
 
 struct SpanCase {
@@ -51,7 +35,7 @@ struct SpanCase {
   const char* expected;
 };
 
-TEST(UtilsTimeSpan, ChoosesUnitNumberAndPlural) {
+TEST(UtilsTimeSpan, ChoosesUnitNumberPluralAndSign) {
   const SpanCase cases[] = {
       {59, 0, false, 99, "59 seconds"},
       {59.9f, 0, false, 99, "59 seconds"},  // the time is truncated first
@@ -69,46 +53,34 @@ TEST(UtilsTimeSpan, ChoosesUnitNumberAndPlural) {
       {5184000, 0, true, 99, "2mo"},
       {120, 0, true, 99, "2m"},
       {0, 0, false, 99, "0 seconds"},
+      {3240000, 0, false, 99, "1.2 months"},  // 1.25: fractions round half to even
+      {4536000, 0, false, 99, "1.8 months"},  // 1.75
+      // A negative span keeps its sign and takes the unit of its magnitude.
+      {-90, 0, false, 99, "-2 minutes"},
+      {-172800, 0, false, 99, "-2 days"},
+      {-30, 0, true, 99, "-30s"},
   };
   for (const SpanCase& c : cases)
     EXPECT_EQ(fmtTimeSpan(0, c.point, c.shortForm, false, c.maxUnit, c.seconds), c.expected)
         << c.seconds << " s, point " << c.point;
-}
-
-TEST(UtilsTimeSpan, FractionsRoundHalfToEven) {
-  EXPECT_EQ(fmtTimeSpan(0, 0, false, false, 99, 3240000), "1.2 months");  // 1.25
-  EXPECT_EQ(fmtTimeSpan(0, 0, false, false, 99, 4536000), "1.8 months");  // 1.75
-}
-
-TEST(UtilsTimeSpan, NegativeSpansKeepTheSignAndUseTheMagnitudeForTheUnit) {
-  EXPECT_EQ(fmtTimeSpan(0, 0, false, false, 99, -90), "-2 minutes");
-  EXPECT_EQ(fmtTimeSpan(0, 0, false, false, 99, -172800), "-2 days");
-  EXPECT_EQ(fmtTimeSpan(0, 0, true, false, 99, -30), "-30s");
-}
-
-TEST(UtilsTimeSpan, DigitsAndTranslatorMark) {
+  // Digits and the translator's mark.
   EXPECT_EQ(fmtTimeSpan(2, 0, false, false, 99, 5), "05 seconds");
   EXPECT_EQ(fmtTimeSpan(0, 0, false, true, 99, 86400), "1 day<!--after-->");
   EXPECT_EQ(fmtTimeSpan(0, 0, false, true, 99, 172800), "2 days<!--after-->");
-}
-
-TEST(UtilsTimeSpan, OptimalPeriodAndConversion) {
   EXPECT_EQ(optimalPeriod(59, 0, 99).point, 0);  // lowered to -1, then raised to 0
   EXPECT_EQ(optimalPeriod(40000000, 0, 4).unit, "months");
   EXPECT_EQ(optimalPeriod(40000000, 0, 4).point, 1);
   EXPECT_THROW(convertSecondsTo(1, "weeks"), std::invalid_argument);
 }
 
-TEST(UtilsText, StripHtmlRemovesBlocksAndTagsButNotEntities) {
+TEST(UtilsText, StripHtmlMediaAndSounds) {
   EXPECT_EQ(stripHTML("plain &amp; simple"), "plain &amp; simple");
   EXPECT_EQ(stripHTML("<b>bold</b> <div class=\"x\">text</div>"), "bold text");
   EXPECT_EQ(stripHTML("a<style type=\"text/css\">\n.card {\n color: red }\n</style>b"), "ab");
   EXPECT_EQ(stripHTML("a<script>\nvar x = '<b>';\n</script>b<script>y()</script>c"), "abc");
   // A tag broken over lines is not a tag.
   EXPECT_EQ(stripHTML("x<br\n>y"), "x<br\n>y");
-}
 
-TEST(UtilsText, StripMediaAndSounds) {
   EXPECT_EQ(stripHTMLMedia("<img src=\"cat.jpg\">"), "cat.jpg");
   EXPECT_EQ(stripHTMLMedia("a <img src='big dog.png' /> b"), "a big dog.png b");
   EXPECT_EQ(stripHTMLMedia("<img class=\"x\" src=\"cat.jpg\">"), "");
@@ -116,18 +88,13 @@ TEST(UtilsText, StripMediaAndSounds) {
   EXPECT_EQ(stripSounds("[sound:x.mp3"), "[sound:x.mp3");
 }
 
-TEST(UtilsText, FieldsSplitAndJoin) {
-  EXPECT_EQ(splitFields("a\x1f"), (std::vector<std::string>{"a", ""}));
+TEST(UtilsText, FieldsAndIdLists) {
+  EXPECT_EQ(splitFields("a\037"), (std::vector<std::string>{"a", ""}));
   EXPECT_EQ(splitFields(""), (std::vector<std::string>{""}));
-  EXPECT_EQ(splitFields("\x1f\x1f"), (std::vector<std::string>{"", "", ""}));
+  EXPECT_EQ(splitFields("\037\037"), (std::vector<std::string>{"", "", ""}));
   const std::vector<std::string> fields{"front", "", "back <b>x</b>"};
-  EXPECT_EQ(joinFields(fields),
-            "front\x1f\x1f"
-            "back <b>x</b>");
+  EXPECT_EQ(joinFields(fields), "front\037\037back <b>x</b>");
   EXPECT_EQ(splitFields(joinFields(fields)), fields);
-}
-
-TEST(UtilsText, IdLists) {
   EXPECT_EQ(ids2str(std::vector<int64_t>{}), "()");
   EXPECT_EQ(ids2str(std::vector<int64_t>{1, -2, 1700000000000}), "(1,-2,1700000000000)");
   EXPECT_EQ(ids2str(std::vector<std::string>{"5", "6"}), "(5,6)");
@@ -150,9 +117,6 @@ TEST(UtilsChecksum, Sha1AndFieldChecksum) {
   EXPECT_EQ(fieldChecksum("<img src=\"x.jpg\">"), fieldChecksum("x.jpg"));
   EXPECT_EQ(fieldChecksum("x.jpg"), std::stoll(checksum("x.jpg").substr(0, 8), nullptr, 16));
   EXPECT_EQ(fieldChecksum("<b>abc</b>"), 0xa9993e36LL);
-}
-
-TEST(UtilsChecksum, HexToDecimal) {
   EXPECT_EQ(hexToDecimal("ff"), "255");
   EXPECT_EQ(hexToDecimal("FFFFFFFFFFFFFFFF"), "18446744073709551615");
   EXPECT_EQ(hexToDecimal("zz"), "0");
@@ -199,62 +163,37 @@ TEST(UtilsGrouping, GroupByDropsEmptyKeysAndSortsWithoutCase) {
   EXPECT_FALSE(caseInsensitiveLess("Apple", "apple"));
 }
 
-class UtilsTempFiles : public ::testing::Test {
- protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/rivo-utils-XXXXXX";
-    dir = mkdtemp(pattern);
-    const char* old = std::getenv("TMPDIR");
-    if (old) oldTmp = old;
-    setenv("TMPDIR", dir.c_str(), 1);
-  }
-  void TearDown() override {
-    if (oldTmp.empty())
-      unsetenv("TMPDIR");
-    else
-      setenv("TMPDIR", oldTmp.c_str(), 1);
-    std::filesystem::remove_all(dir);
-  }
-  std::string dir, oldTmp;
-};
-
-TEST_F(UtilsTempFiles, WritesUniqueFilesAndClearsTheFolder) {
+TEST(UtilsTempFiles, WritesUniqueFilesAndClearsTheFolder) {
+  test::TempDir dir;
+  test::SavedEnv tmpdir("TMPDIR");
+  setenv("TMPDIR", dir.path().c_str(), 1);
   const std::string a = tmpFileFromData(std::string_view("\0bytes", 6));
   const std::string b = tmpFileFromJSON(Json{{"k", 1}});
   EXPECT_NE(a, b);
-  EXPECT_EQ(std::filesystem::path(a).parent_path(), dir);
+  EXPECT_EQ(std::filesystem::path(a).parent_path(), dir.path());
   EXPECT_EQ(std::filesystem::path(a).extension(), ".tmp");
-  EXPECT_EQ(readFile(a), std::string("\0bytes", 6));
-  EXPECT_EQ(readFile(b), "{\"k\":1}");
-  std::filesystem::create_directories(dir + "/sub/deeper");
-  clearTempDir(dir);
-  EXPECT_TRUE(std::filesystem::exists(dir));
-  EXPECT_TRUE(std::filesystem::is_empty(dir));
-  clearTempDir(dir + "/missing");  // no error
+  EXPECT_EQ(test::readFile(a), std::string("\0bytes", 6));
+  EXPECT_EQ(test::readFile(b), "{\"k\":1}");
+
+  const std::string c = getUniqueFilenameInFolder(dir.path(), "jpg");
+  EXPECT_NE(c, getUniqueFilenameInFolder(dir.path() + "/", "jpg"));
+  EXPECT_EQ(std::filesystem::path(c).parent_path(), dir.path());
+  EXPECT_EQ(std::filesystem::path(c).filename().string().size(), 36u + 4u);
+  EXPECT_EQ(std::filesystem::path(c).extension(), ".jpg");
+
+  std::filesystem::create_directories(dir.file("sub/deeper"));
+  clearTempDir(dir.path());
+  EXPECT_TRUE(std::filesystem::is_directory(dir.path()));
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+  clearTempDir(dir.file("missing"));  // no error
 }
 
-TEST_F(UtilsTempFiles, UniqueFilenameInFolder) {
-  const std::string a = getUniqueFilenameInFolder(dir, "jpg");
-  const std::string b = getUniqueFilenameInFolder(dir + "/", "jpg");
-  EXPECT_NE(a, b);
-  EXPECT_EQ(std::filesystem::path(a).parent_path(), dir);
-  EXPECT_EQ(std::filesystem::path(b).parent_path(), dir);
-  EXPECT_EQ(std::filesystem::path(a).filename().string().size(), 36u + 4u);
-  EXPECT_EQ(std::filesystem::path(a).extension(), ".jpg");
-}
-
-TEST(UtilsStrings, EscapeRegexFromStringInItsOrder) {
+TEST(UtilsStrings, EscapeRegexInItsOrderAndReverse) {
   EXPECT_EQ(escapeRegexFromString("a.b*c"), "a\\.b\\*c");
   EXPECT_EQ(escapeRegexFromString("\\"), "\\\\");
   EXPECT_EQ(escapeRegexFromString("x[y]"), "x\\\\[y]");
   EXPECT_EQ(escapeRegexFromString("(a|b){2}^$?+"), "\\(a\\|b\\)\\{2\\}\\^\\$\\?\\+");
-}
-
-TEST(UtilsStrings, ReverseAndPlatform) {
-  EXPECT_EQ(reverseString("abc"), "cba");
-  EXPECT_EQ(reverseString("aé€"), "€éa");
-  EXPECT_EQ(platformDesc().rfind("linux:", 0), 0u);
-  EXPECT_GT(platformDesc().size(), 6u);
+  EXPECT_EQ(reverseString("aé€"), "€éa");  // by character, not by byte
 }
 
 }  // namespace

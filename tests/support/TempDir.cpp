@@ -1,11 +1,13 @@
 #include "tests/support/TempDir.h"
 
 #include <stdlib.h>
+#include <time.h>
 
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace rivo::test {
 
@@ -18,6 +20,20 @@ TempDir::TempDir() {
 TempDir::~TempDir() {
   std::error_code ec;
   std::filesystem::remove_all(_path, ec);
+}
+
+SavedEnv::SavedEnv(std::string name) : _name(std::move(name)) {
+  const char* value = std::getenv(_name.c_str());
+  _had = value != nullptr;
+  if (_had) _value = value;
+}
+
+SavedEnv::~SavedEnv() {
+  if (_had)
+    setenv(_name.c_str(), _value.c_str(), 1);
+  else
+    unsetenv(_name.c_str());
+  if (_name == "TZ") tzset();
 }
 
 std::string readFile(const std::string& path) {
