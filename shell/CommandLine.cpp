@@ -11,6 +11,9 @@
 #include "app/ConsoleUi.h"
 #include "app/ProfileManager.h"
 #include "librivo/Col.h"
+#include "librivo/DeckManager.h"
+#include "librivo/MediaManager.h"
+#include "shell/StudySession.h"
 
 namespace rivo {
 
@@ -98,6 +101,34 @@ void runCheck(AppDelegate& app) {
       [text] { std::printf("%s\n", text->c_str()); });
 }
 
+// Studies the current deck, or the named one selected first, as the study screen does.
+void runStudy(AppDelegate& app, const std::string* deck) {
+  Col& col = *app.col();
+  if (deck) {
+    Id did = col.decks().getID(*deck, false);
+    if (!did) throw std::runtime_error("there is no deck named '" + *deck + "'");
+    col.decks().select(Json(did));
+  }
+  col.save();
+  col.reset();
+  StudySession(col, STDIN_FILENO, stdout).run();
+}
+
+// The media check runs as a job too; its progress shows as the spinner's text.
+void runMediaCheck(AppDelegate& app) {
+  auto text = std::make_shared<std::string>();
+  app.doWork(
+      "Checking media...",
+      [&app, text] {
+        auto result = app.col()->media().check([&app](const std::string& progress) {
+          app.updateSpinner(progress);
+          return true;
+        });
+        if (result) *text = result->report();
+      },
+      [text] { std::fputs(text->c_str(), stdout); });
+}
+
 }  // namespace
 
 int CommandLine::main(int argc, char** argv) {
@@ -110,6 +141,12 @@ int CommandLine::main(int argc, char** argv) {
   cli.require_subcommand(0, 1);
   CLI::App* init = cli.add_subcommand("init", "Create what is missing; print the collection path.");
   CLI::App* check = cli.add_subcommand("check", "Check and repair the database, then optimize it.");
+  CLI::App* mediaCheck = cli.add_subcommand(
+      "media-check", "List media files that notes refer to but are missing, and unused ones.");
+  CLI::App* study = cli.add_subcommand(
+      "study", "Study in the terminal: space shows the answer, 1-4 answer, u undoes, q quits.");
+  std::string studyDeck;
+  study->add_option("--deck", studyDeck, "deck to study (default: the current one)");
   try {
     cli.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -133,6 +170,11 @@ int CommandLine::main(int argc, char** argv) {
     std::string problem = checkDataDir(s.data, !explicitData);
     if (!problem.empty()) return fail(problem);
     if (check->parsed()) return withApp(s, false, runCheck);
+    if (mediaCheck->parsed()) return withApp(s, false, runMediaCheck);
+    if (study->parsed())
+      return withApp(s, false, [&](AppDelegate& app) {
+        runStudy(app, study->count("--deck") ? &studyDeck : nullptr);
+      });
     return withApp(s, false, printSummary);
   } catch (const std::exception& e) {
     return fail(e.what());

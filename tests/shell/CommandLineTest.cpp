@@ -5,8 +5,15 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
 
+#include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/DeckManager.h"
+#include "librivo/Note.h"
+#include "librivo/Storage.h"
 #include "tests/support/TempDir.h"
 
 namespace rivo {
@@ -23,9 +30,12 @@ std::string quote(const std::string& s) {
   return q + "'";
 }
 
-Result rivo(const std::string& args, const test::TempDir& scratch) {
+// Standard input comes from `input`: nothing by default, or a file of keys.
+Result rivo(const std::string& args, const test::TempDir& scratch,
+            const std::string& input = "/dev/null") {
   std::string errPath = scratch.file("stderr.txt");
-  std::string cmd = std::string(RIVO_BINARY) + " " + args + " 2>" + quote(errPath) + " </dev/null";
+  std::string cmd =
+      std::string(RIVO_BINARY) + " " + args + " 2>" + quote(errPath) + " <" + quote(input);
   Result r;
   FILE* p = popen(cmd.c_str(), "r");
   std::array<char, 4096> buf{};
@@ -130,6 +140,114 @@ TEST_F(CommandLine, ADamagedCollectionIsMovedAsideAndAFreshOneOpens) {
   EXPECT_EQ(test::readFile(dir.file("data/Documents/corrupt.rivo2")), junk);
   DB db(collection());
   EXPECT_EQ(toText(*db.scalar("pragma integrity_check")), "ok");
+}
+
+// Notes of the default two-field type, each with its card moved into the named deck.
+void addNotes(const std::string& path, const std::vector<std::array<std::string, 3>>& notes) {
+  std::unique_ptr<Col> col = Storage::open(path);
+  ASSERT_TRUE(col);
+  for (const auto& [front, back, deck] : notes) {
+    std::unique_ptr<Note> note = col->newNote();
+    note->set("Front", front);
+    note->set("Back", back);
+    ASSERT_EQ(col->addNote(*note), 1);
+    col->db()->run("update cards set did = ? where nid = ?", {col->decks().getID(deck), note->id});
+  }
+  col->close();
+}
+
+size_t occurrences(const std::string& text, const std::string& part) {
+  size_t n = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
+  return n;
+}
+
+class Study : public CommandLine {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(rivo("--data " + data() + " init", scratch).status, 0);
+    addNotes(collection(),
+             {{"<div>Capital of <b>France</b>?</div>", "Paris<br>on the Seine", "Default"},
+              {"Capital of Peru?", "Lima &amp; nowhere else", "Default"},
+              {"¿Cómo estás?", "<i>Bien</i>", "Spanish"}});
+  }
+  // Runs `rivo study ARGS` with these keys on standard input.
+  Result study(const std::string& keys, const std::string& args = "") {
+    test::writeFile(scratch.file("keys"), keys);
+    return rivo("--data " + data() + " study " + args, scratch, scratch.file("keys"));
+  }
+  int64_t count(const std::string& sql) { return DB(collection()).scalarInt(sql); }
+};
+
+TEST_F(Study, ShowsEachSideAsPlainTextAndRecordsTheAnswers) {
+  // Reveal, Easy, reveal, Easy, quit: both new cards graduate.
+  Result r = study(" 3 3q");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out.find('<'), std::string::npos) << r.out;
+  // The answer side leaves out the question it repeats.
+  EXPECT_EQ(occurrences(r.out, "Capital of France?"), 1u) << r.out;
+  EXPECT_NE(r.out.find("\nParis\non the Seine\n"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("Lima & nowhere else"), std::string::npos);
+  EXPECT_NE(r.out.find("3: Easy ("), std::string::npos);
+  // The card on the screen counts, and its queue is marked.
+  EXPECT_NE(r.out.find("[2] + 0 + 0"), std::string::npos);
+  EXPECT_NE(r.out.find("[1] + 0 + 0"), std::string::npos);
+  EXPECT_EQ(r.out.find("Cómo"), std::string::npos) << "another deck's card";
+  EXPECT_EQ(count("select count() from revlog where ease = 3"), 2);
+  EXPECT_EQ(count("select count() from cards where queue = 2 and did = 1"), 2);
+
+  // Nothing is due any more; the end of input quits without a word.
+  r = study("");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("Congratulations! You have finished this deck for now."), std::string::npos)
+      << r.out;
+}
+
+TEST_F(Study, UndoTakesBackTheAnswerAndServesThatCardAgain) {
+  // Undo with nothing done; reveal, Again; undo on the next question; reveal, quit.
+  Result r = study("u 1u q");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("Nothing to undo."), std::string::npos);
+  size_t undone = r.out.find("Undone.");
+  ASSERT_NE(undone, std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("Capital of France?", undone), std::string::npos) << r.out;
+  EXPECT_EQ(count("select count() from revlog"), 0);
+  EXPECT_EQ(count("select count() from cards where queue = 0 and type = 0 and reps = 0"), 3);
+}
+
+TEST_F(Study, DeckPicksTheDeckByNameAndAnUnknownNameChangesNothing) {
+  const int64_t mod = count("select mod from col");
+  Result r = study(" 3q", "--deck Nowhere");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err.rfind("rivo: ", 0), 0u) << r.err;
+  EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(count("select mod from col"), mod);
+  EXPECT_EQ(count("select count() from revlog"), 0);
+
+  r = study(" 3q", "--deck spanish");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("¿Cómo estás?"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("\nBien\n"), std::string::npos) << r.out;
+  EXPECT_EQ(r.out.find("France"), std::string::npos) << r.out;
+  EXPECT_EQ(count("select count() from revlog where cid in (select id from cards where did != 1)"),
+            1);
+}
+
+TEST_F(CommandLine, MediaCheckPrintsTheReport) {
+  ASSERT_EQ(rivo("--data " + data() + " init", scratch).status, 0);
+  {
+    DB db(collection());
+    db.run(
+        "insert into notes values (1, 'g', 1, 0, 0, '', '<img src=\"gone.png\">', '', 0, 0, '')");
+    db.commit();
+  }
+  test::writeFile(dir.file("data/profiles/User 1/media/spare.png"), "x");
+  Result r = rivo("--data " + data() + " media-check", scratch);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "1 file(s) referenced in notes but missing file:\ngone.png\n\n"
+            "1 file(s) present but not used by any notes:\nspare.png\n");
 }
 
 }  // namespace
