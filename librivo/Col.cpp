@@ -14,6 +14,7 @@
 #include "librivo/Clock.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/Finder.h"
 #include "librivo/Latex.h"
 #include "librivo/MediaManager.h"
 #include "librivo/ModelManager.h"
@@ -800,6 +801,14 @@ RenderedQA Col::_renderQA(const Row& row, const std::optional<std::string>& qfmt
   out.a = Latex::mungeQAForHtml(
       Template(forClozeNumber(a, "ca", ord + 1), std::move(context)).render(), *model);
   return out;
+}
+
+std::vector<Id> Col::findCards(const std::string& query, const std::optional<std::string>& order) {
+  return Finder(*this).findCards(query, order);
+}
+
+std::vector<Id> Col::findNotes(const std::string& query) {
+  return Finder(*this).findNotes(query);
 }
 
 std::vector<RenderedQA> Col::renderQAWithIds(const std::vector<Id>& ids, const std::string& type) {

@@ -107,6 +107,11 @@ class Col {
                        const std::optional<std::string>& afmt = std::nullopt);
   // `type` picks what the ids are: "card", "note" or "all" (ids unused). "model" can't run
   // and renders nothing; any other type renders everything.
+  // Searching: each call runs a new Finder.
+  std::vector<Id> findCards(const std::string& query,
+                            const std::optional<std::string>& order = std::nullopt);
+  std::vector<Id> findNotes(const std::string& query);
+
   std::vector<RenderedQA> renderQAWithIds(const std::vector<Id>& ids,
                                           const std::string& type = "card");
   std::vector<RenderedQA> renderQAWithType(const std::string& type) {
