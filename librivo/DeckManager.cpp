@@ -10,6 +10,7 @@
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/Scheduler.h"
 #include "librivo/SysLog.h"
 #include "librivo/Utils.h"
 
@@ -382,9 +383,8 @@ void DeckManager::removeDeck(const Json& did, bool cards, bool children) {
   if (it == _decks.end()) return;
 
   bool dyn = truthOfKey(*it, "dyn");
-  if (dyn) {
-    // the scheduler issue wires this: emptyDyn(id) sends the deck's cards home first.
-  }
+  // The cards go home first, so that none is lost with the deck.
+  if (dyn) _col.sched().emptyDyn(id);
   if (children) {
     // Deepest first: each descendant is then gone before its parent's turn, and gets one grave.
     auto kids = this->children(key);
@@ -614,9 +614,8 @@ void DeckManager::restoreToDefault(Json& conf) {
   fresh["name"] = conf.contains("name") ? conf["name"] : Json();
   updateConf(fresh);
   if (Json* stored = getConf(fresh["id"])) save(stored);
-  if (!hadOrder) {
-    // the scheduler issue wires this: resortConf(group) re-sorts the new cards of its decks.
-  }
+  // A group without an order of its own has just taken the default one; its new cards follow.
+  if (!hadOrder) _col.sched().resortConf(fresh);
 }
 
 // --- Cards ---

@@ -969,7 +969,9 @@ void Scheduler::_updateStats(const Card& card, const std::string& type, int64_t 
   decks.insert(decks.begin(), deck);
   for (Json* d : decks) {
     Json& value = (*d)[key];
-    if (!value.is_array() || value.size() < 2) value = Json::array({_today, 0});
+    // A counter of another day (a deck made since the last reset) starts today at 0.
+    if (!value.is_array() || value.size() < 2 || jsonInt(value[0], -1) != _today)
+      value = Json::array({_today, 0});
     value[1] = inum(value[1]) + count;
     _col.decks().save(d);
   }
@@ -986,11 +988,289 @@ void Scheduler::extendLimits(int newCards, int revCards) {
   for (Json* d : decks) {
     for (auto [key, amount] : {std::pair{"newToday", newCards}, std::pair{"revToday", revCards}}) {
       Json& value = (*d)[key];
-      if (!value.is_array() || value.size() < 2) value = Json::array({_today, 0});
+      // A counter of another day (a deck made since the last reset) starts today at 0.
+      if (!value.is_array() || value.size() < 2 || jsonInt(value[0], -1) != _today)
+        value = Json::array({_today, 0});
       value[1] = inum(value[1]) - amount;
     }
     _col.decks().save(d);
   }
+}
+
+// --- Operations on cards ---
+
+void Scheduler::unburyCardsForDeck() {
+  const std::string dids = _deckLimit();
+  std::vector<Id> ids;
+  for (const Value& v : _col.db()->list("select id from cards where queue = -2 and did in " + dids))
+    ids.push_back(toInt(v));
+  _col.log({"unburyCardsForDeck", ids2str(ids)});
+  _col.db()->run("update cards set mod=?,usn=?,queue=type where queue=-2 and did in " + dids,
+                 {static_cast<int64_t>(intTime(1)), int64_t{_col.usn()}});
+}
+
+void Scheduler::suspendCards(const std::vector<Id>& ids) {
+  _col.log({"suspendCards", ids2str(ids)});
+  remFromDyn(ids);
+  removeLrnForIDs(ids);
+  _col.db()->run("update cards set queue=-1,mod=?,usn=? where id in " + ids2str(ids),
+                 {static_cast<int64_t>(intTime(1)), int64_t{_col.usn()}});
+}
+
+void Scheduler::unsuspendCards(const std::vector<Id>& ids) {
+  _col.log({"unsuspendCards", ids2str(ids)});
+  _col.db()->run(
+      "update cards set queue=type,mod=?,usn=? where queue = -1 and id in " + ids2str(ids),
+      {static_cast<int64_t>(intTime(1)), int64_t{_col.usn()}});
+}
+
+void Scheduler::buryCard(Id cid) {
+  _col.log({"buryCard", std::to_string(cid)});
+  remFromDyn({cid});
+  removeLrnForIDs({cid});
+  _col.db()->run("update cards set queue=-2,mod=?,usn=? where id = ?",
+                 {static_cast<int64_t>(intTime(1)), int64_t{_col.usn()}, cid});
+}
+
+void Scheduler::buryNote(Id nid) {
+  std::vector<Id> ids;
+  for (const Value& v : _col.db()->list("select id from cards where nid = ? and queue >= 0", {nid}))
+    ids.push_back(toInt(v));
+  _col.log({"buryNote", ids2str(ids)});
+  remFromDyn(ids);
+  removeLrnForIDs(ids);
+  _col.db()->run("update cards set queue=-2,mod=?,usn=? where id in " + ids2str(ids),
+                 {static_cast<int64_t>(intTime(1)), int64_t{_col.usn()}});
+}
+
+void Scheduler::removeLrnForIDs(const std::vector<Id>& ids) {
+  const std::string clause = " and id in " + ids2str(ids);
+  _col.db()->run(
+      "update cards set due = odue, queue = 2, mod = ?, usn = ?, odue = 0 where queue in (1,3) "
+      "and type = 2 " +
+          clause,
+      {static_cast<int64_t>(intTime(1)), int64_t{_col.usn()}});
+  // What is still learning was never a review: it starts again as a new card.
+  std::vector<Id> learning;
+  for (const Value& v : _col.db()->list("select id from cards where queue in (1,3) " + clause))
+    learning.push_back(toInt(v));
+  forgetCards(learning);
+}
+
+void Scheduler::forgetCards(const std::vector<Id>& ids) {
+  _col.db()->run(
+      "update cards set type=0,queue=0,ivl=0,due=0,factor=2500 where odid=0 and queue>=0 and id "
+      "in " +
+      ids2str(ids));
+  std::optional<Value> top = _col.db()->scalar("select max(due) from cards where type=0");
+  const int64_t start = top && !isNull(*top) ? toInt(*top) + 1 : 1;
+  sortCards(ids, static_cast<int>(start));
+}
+
+void Scheduler::resetCards(const std::vector<Id>& ids) {
+  _col.db()->run("update cards set reps=0, lapses=0 where odid=0 and queue >=0 and id in " +
+                 ids2str(ids));
+  forgetCards(ids);
+}
+
+void Scheduler::reschedCards(const std::vector<Id>&, int, int) {
+  throw std::logic_error("0");
+}
+
+void Scheduler::sortCards(const std::vector<Id>& ids, int start, int step, bool shuffleNotes,
+                          bool shift) {
+  const int64_t now = intTime(1);
+  std::vector<Id> nids;
+  for (Id cid : ids) {
+    std::optional<Value> nid = _col.db()->scalar("select nid from cards where id = ?", {cid});
+    if (!nid || isNull(*nid)) continue;
+    const Id n = toInt(*nid);
+    if (std::find(nids.begin(), nids.end(), n) == nids.end()) nids.push_back(n);
+  }
+  if (nids.empty()) return;
+  if (shuffleNotes) shuffle(nids);
+  std::map<Id, int64_t> due;
+  for (size_t i = 0; i < nids.size(); ++i)
+    due[nids[i]] = int64_t{start} + static_cast<int64_t>(i) * step;
+  const int64_t high = due[nids.back()];
+  const std::string sids = ids2str(ids);
+  const int64_t usn = _col.usn();
+  if (shift) {
+    const int64_t low = _col.db()->scalarInt(
+        "select min(due) from cards where due >= ? and type = 0 and id not in " + sids,
+        {int64_t{start}});
+    if (low != 0) {
+      _col.db()->run("update cards set mod=?, usn=?, due=due+? where id not in " + sids +
+                         " and due >= ? and queue = 0",
+                     {now, usn, high - low + 1, low});
+    }
+  }
+  // Cards that aren't new keep their due, though they took part in numbering their notes.
+  std::vector<Row> rows;
+  for (const Row& r : _col.db()->all("select id, nid from cards where type = 0 and id in " + sids))
+    rows.push_back({due[toInt(r[1])], now, usn, toInt(r[0])});
+  _col.db()->executeMany("update cards set due=?,mod=?,usn=? where id = ?", rows);
+}
+
+void Scheduler::randomizeCards(Id did) {
+  std::vector<Id> ids;
+  for (const Value& v : _col.db()->list("select id from cards where did = ?", {did}))
+    ids.push_back(toInt(v));
+  sortCards(ids, true);
+}
+
+void Scheduler::orderCards(Id did) {
+  std::vector<Id> ids;
+  for (const Value& v : _col.db()->list("select id from cards where did = ? order by id", {did}))
+    ids.push_back(toInt(v));
+  sortCards(ids);
+}
+
+void Scheduler::resortConf(const Json& conf) {
+  const bool randomOrder = inum(section(&conf, "new")["order"]) == 0;
+  for (Id did : _col.decks().didsForConf(conf)) {
+    if (randomOrder)
+      randomizeCards(did);
+    else
+      orderCards(did);
+  }
+}
+
+void Scheduler::maybeRandomizeDeck(Id did) {
+  const Json* conf = _col.decks().confForDid(did);
+  if (conf && inum(section(conf, "new")["order"]) == 0) randomizeCards(did);
+}
+
+std::string Scheduler::_nextDueMsg() {
+  std::vector<std::string> parts;
+  if (revDue())
+    parts.push_back(
+        "Today's review limit has been reached, but there are still cards waiting to be "
+        "reviewed. For optimum memory, consider increasing the daily limit in the options.");
+  if (newDue())
+    parts.push_back(
+        "There are more new cards available, but the daily limit has been reached. You can "
+        "increase the limit in the options, but please bear in mind that the more new cards you "
+        "introduce, the higher your short-term review workload will become.");
+  if (haveBuried())
+    parts.push_back(
+        "Some related or buried cards were delayed. They will be shown in a future study "
+        "session, or you can <a href=_unbury>unbury cards now</a>.");
+  const Json* cur = _col.decks().current();
+  if (_haveCustomStudy && !(cur && truthy(member(*cur, "dyn"))))
+    parts.push_back(
+        "To study outside of the normal schedule, you can use<br><a href=_cstudy "
+        "style='padding:2em;'>Custom Study.</a>");
+  std::string out;
+  for (size_t i = 0; i < parts.size(); ++i) {
+    if (i) out += "<p>";
+    out += parts[i];
+  }
+  return out;
+}
+
+std::string Scheduler::finishedMsg() {
+  return "<b>Congratulations! You have finished this deck for now.</b><br><br>" + _nextDueMsg();
+}
+
+// --- Filtered decks and custom study ---
+
+const std::map<int, std::string>& Scheduler::dynOrderLabels() {
+  static const std::map<int, std::string> labels = {{0, "Oldest seen first"},
+                                                    {1, "Random"},
+                                                    {2, "Increasing intervals"},
+                                                    {3, "Decreasing intervals"},
+                                                    {4, "Most lapses"},
+                                                    {5, "Order added"},
+                                                    {6, "Order due"},
+                                                    {7, "Latest added first"},
+                                                    {8, "Relative overdueness"}};
+  return labels;
+}
+
+std::vector<Id> Scheduler::rebuildDynForDeck(Id did) {
+  if (!did) did = _col.decks().selected();
+  const Json* deck = _col.decks().getDeck(did, false);
+  if (!deck || !truthy(member(*deck, "dyn"))) return {};
+  emptyDyn(did);
+  std::vector<Id> ids = _fillDyn(*deck);
+  if (ids.empty()) return {};
+  _col.decks().select(did);
+  return ids;
+}
+
+std::vector<Id> Scheduler::_fillDyn(const Json& deck) {
+  // Only the first term counts; a damaged one reads as an empty search.
+  const Json& terms = member(deck, "terms");
+  const Json& term = terms.is_array() && !terms.empty() ? terms[0] : Json();
+  std::string search;
+  int64_t limit = 0, order = 6;
+  if (term.is_array() && term.size() >= 3) {
+    if (term[0].is_string()) search = term[0].get<std::string>();
+    limit = inum(term[1]);
+    order = inum(term[2], 6);
+  }
+  const std::string sort = _dynOrder(order, limit);
+  search += " -is:suspended -is:buried -deck:filtered";
+  std::vector<Id> ids = _col.findCards(search, sort);
+  if (ids.empty()) return {};
+  const Id did = idOf(deck);
+  _col.log({"fillDyn", std::to_string(did), ids2str(ids)});
+  _moveToDyn(did, ids);
+  return ids;
+}
+
+std::string Scheduler::_dynOrder(int64_t order, int64_t limit) const {
+  static const char* const kSorts[] = {"c.mod",       "random()", "ivl",   "ivl desc",
+                                       "lapses desc", "n.id",     "c.due", "n.id desc"};
+  std::string sort = "c.due";
+  if (order >= 0 && order < 8) sort = kSorts[order];
+  if (order == 8) {
+    // A card due today divides by 0.001, so the more overdue of two equal intervals leads.
+    const std::string t = std::to_string(_today);
+    sort = "(case when queue=2 and due <= " + t + " then (ivl / cast(" + t +
+           "-due+0.001 as real)) else 100000+due end)";
+  }
+  // The limit is written as a C int, as the other devices write it.
+  return sort + " limit " + std::to_string(static_cast<int>(limit));
+}
+
+void Scheduler::_moveToDyn(Id did, const std::vector<Id>& ids) {
+  const int64_t now = intTime(1);
+  const int usn = _col.usn();
+  const std::string t = std::to_string(_today);
+  // A lapsed card in relearning keeps its review day in odue, so that is the one tested.
+  const std::string queue = "(case when type=2 and (case when odue then odue <= " + t +
+                            " else due <= " + t + " end) then 2 else 0 end)";
+  std::vector<Row> rows;
+  rows.reserve(ids.size());
+  for (size_t i = 0; i < ids.size(); ++i)
+    rows.push_back({did, static_cast<int64_t>(-100000 + static_cast<int64_t>(i)), now,
+                    static_cast<int64_t>(usn), ids[i]});
+  // A home deck and due already recorded are kept: the first ones are the true home.
+  _col.db()->executeMany(
+      "update cards set odid = (case when odid then odid else did end), odue = (case when odue "
+      "then odue else due end), did = ?, queue = " +
+          queue + ", due = ?, mod = ?, usn = ? where id = ?",
+      rows);
+}
+
+void Scheduler::emptyDyn(Id did, const std::string& lim) {
+  const std::string where = lim.empty() ? "did = " + std::to_string(did) : lim;
+  std::vector<Id> ids;
+  for (const Value& v : _col.db()->list("select id from cards where " + where))
+    ids.push_back(toInt(v));
+  _col.log({"emptyDyn", ids2str(ids)});
+  _col.db()->run(
+      "update cards set did = odid, queue = (case when type = 1 then 0 else type end), type = "
+      "(case when type = 1 then 0 else type end), due = odue, odue = 0, odid = 0, usn = ?, mod "
+      "= ? where " +
+          where,
+      {static_cast<int64_t>(_col.usn()), static_cast<int64_t>(intTime(1))});
+}
+
+void Scheduler::remFromDyn(const std::vector<Id>& ids) {
+  emptyDyn(0, "id in " + ids2str(ids) + " and odid");
 }
 
 // --- The deck list ---

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -66,6 +67,55 @@ class Scheduler {
   // Raises today's limits of the current deck, its parents and children.
   void extendLimits(int newCards, int revCards);
   std::vector<int> dueForecast(int days = 7);
+
+  // --- Operations on cards ---
+
+  // These write the cards table alone and leave the queues stale: the caller resets.
+  void unburyCardsForDeck();
+  void suspendCards(const std::vector<Id>& ids);
+  void unsuspendCards(const std::vector<Id>& ids);
+  void buryCard(Id cid);
+  void buryNote(Id nid);
+  // Relearning cards return to review on their old date; first-time learners become new.
+  void removeLrnForIDs(const std::vector<Id>& ids);
+  // New again at the end of the new cards; cards hidden or in a filtered deck are left alone.
+  void forgetCards(const std::vector<Id>& ids);
+  // As forgetCards, and the review and lapse counts start again.
+  void resetCards(const std::vector<Id>& ids);
+  // Not supported; calling it is a programming error.
+  [[noreturn]] void reschedCards(const std::vector<Id>& ids, int imin, int imax);
+  // New positions note by note, start + i * step; with `shift`, new cards at or above the
+  // lowest taken position move up to make room.
+  void sortCards(const std::vector<Id>& ids, int start = 1, int step = 1, bool shuffleNotes = false,
+                 bool shift = false);
+  void sortCards(const std::vector<Id>& ids, bool shuffleNotes) {
+    sortCards(ids, 1, 1, shuffleNotes, false);
+  }
+  void randomizeCards(Id did);
+  void orderCards(Id did);
+  void maybeRandomizeDeck(Id did);
+  void resortConf(const Json& conf);
+  // HTML for the end of a session.
+  std::string finishedMsg();
+  std::string _nextDueMsg();
+
+  // --- Filtered decks and custom study ---
+
+  // The labels of a filtered deck's orders, by order number.
+  static const std::map<int, std::string>& dynOrderLabels();
+  // Sends a filtered deck's cards home and gathers them again from its first term, then
+  // selects it (the selected deck when `did` is 0). The ids moved; empty when nothing matched
+  // or the deck isn't filtered.
+  std::vector<Id> rebuildDynForDeck(Id did);
+  std::vector<Id> rebuildDyn() { return rebuildDynForDeck(0); }
+  // Sends home the cards of `did`, or those `lim` (an SQL condition) picks; learning cards go
+  // home as new ones.
+  void emptyDyn(Id did, const std::string& lim = {});
+  // Sends home those of these cards that sit in any filtered deck.
+  void remFromDyn(const std::vector<Id>& ids);
+  std::vector<Id> _fillDyn(const Json& deck);
+  std::string _dynOrder(int64_t order, int64_t limit) const;
+  void _moveToDyn(Id did, const std::vector<Id>& ids);
 
   // --- Day boundary ---
 

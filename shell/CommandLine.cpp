@@ -6,13 +6,19 @@
 #include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <map>
+#include <optional>
 
 #include "app/AppDelegate.h"
 #include "app/ConsoleUi.h"
+#include "app/DynDeckOptions.h"
 #include "app/ProfileManager.h"
 #include "librivo/Col.h"
+#include "librivo/DB.h"
 #include "librivo/DeckManager.h"
 #include "librivo/MediaManager.h"
+#include "librivo/Scheduler.h"
+#include "librivo/Utils.h"
 #include "shell/StudySession.h"
 
 namespace rivo {
@@ -114,6 +120,68 @@ void runStudy(AppDelegate& app, const std::string* deck) {
   StudySession(col, STDIN_FILENO, stdout).run();
 }
 
+// Prints each id found and the sort field of its note. The order is a named choice, so no SQL
+// comes from the command line.
+void runSearch(AppDelegate& app, const std::string& query, bool notes, const std::string& order) {
+  Col& col = *app.col();
+  std::optional<std::string> sort;
+  if (order == "browser") sort = "True";
+  const std::vector<Id> ids = notes ? col.findNotes(query) : col.findCards(query, sort);
+  std::map<Id, std::string> sfld;
+  const std::string sql = notes ? "select id, sfld from notes where id in "
+                                : "select c.id, n.sfld from cards c, notes n "
+                                  "where c.nid = n.id and c.id in ";
+  for (const Row& row : col.db()->all(sql + ids2str(ids))) sfld[toInt(row[0])] = toText(row[1]);
+  for (Id id : ids) std::printf("%lld\t%s\n", static_cast<long long>(id), sfld[id].c_str());
+}
+
+// A filtered deck's order by number, or by a word for it.
+int filterOrder(const std::string& text) {
+  static const std::vector<std::string> words = {"oldest",     "random", "increasing",
+                                                 "decreasing", "lapses", "added",
+                                                 "due",        "latest", "overdue"};
+  for (size_t i = 0; i < words.size(); ++i)
+    if (text == words[i] || text == std::to_string(i)) return static_cast<int>(i);
+  std::string known;
+  for (size_t i = 0; i < words.size(); ++i)
+    known += (i ? ", " : "") + words[i] + " (" + std::to_string(i) + ")";
+  throw std::runtime_error("unknown order '" + text + "'; use one of " + known);
+}
+
+struct FilterArgs {
+  std::string name, search, order;
+  int limit = 0;  // 0: keep the deck's
+};
+
+// Builds the named filtered deck, or rebuilds it with the new term, as its options screen does.
+void runFilter(AppDelegate& app, const FilterArgs& a) {
+  Col& col = *app.col();
+  DeckManager& dm = col.decks();
+  Id did = dm.getID(a.name, false);
+  const bool isNew = !did;
+  if (did && !dm.isDyn(Json(did)))
+    throw std::runtime_error("'" + a.name + "' is a normal deck, not a filtered one");
+  const int order = a.order.empty() ? -1 : filterOrder(a.order);
+  if (isNew) did = dm.newDyn(a.name);
+  if (!did) throw std::runtime_error("'" + a.name + "' can't be a deck name");
+  Json& deck = *dm.getDeck(Json(did));
+  DynDeckOptions options = DynDeckOptions::load(deck);
+  options.search = a.search;
+  if (a.limit) options.limitText = std::to_string(a.limit);
+  if (order >= 0) options.order = order;
+  if (auto alert = options.save(col, deck)) throw std::runtime_error(alert->message);
+  const std::vector<Id> ids = col.sched().rebuildDyn();
+  // A deck made for this search and left empty leaves no trace.
+  if (ids.empty() && isNew) dm.removeDeck(Json(did), true);
+  col.save();
+  col.reset();
+  if (ids.empty())
+    std::printf("%s: %s\n", DynDeckOptions::kNoCardsTitle,
+                "The provided search did not match any cards.");
+  else
+    std::printf("%zu card(s) gathered in '%s'.\n", ids.size(), dm.name(Json(did)).c_str());
+}
+
 // The media check runs as a job too; its progress shows as the spinner's text.
 void runMediaCheck(AppDelegate& app) {
   auto text = std::make_shared<std::string>();
@@ -147,6 +215,25 @@ int CommandLine::main(int argc, char** argv) {
       "study", "Study in the terminal: space shows the answer, 1-4 answer, u undoes, q quits.");
   std::string studyDeck;
   study->add_option("--deck", studyDeck, "deck to study (default: the current one)");
+  CLI::App* filter = cli.add_subcommand(
+      "filter", "Build or rebuild a filtered deck from a search; print how many cards it holds.");
+  FilterArgs filterArgs;
+  filter->add_option("name", filterArgs.name, "the filtered deck")->required();
+  filter->add_option("--search", filterArgs.search, "the search that picks its cards")->required();
+  filter->add_option("--limit", filterArgs.limit, "most cards to gather (new deck: 100)")
+      ->check(CLI::Range(1, 99999));
+  filter->add_option("--order", filterArgs.order,
+                     "oldest, random, increasing, decreasing, lapses, added, due, latest, "
+                     "overdue, or 0-8 (new deck: oldest)");
+  CLI::App* search = cli.add_subcommand(
+      "search", "Print the ids of matching cards (or notes), each with its sort field.");
+  std::string searchQuery, searchOrder = "none";
+  bool searchNotes = false;
+  search->add_option("query", searchQuery, "what to find; put -- before a query starting with -")
+      ->required();
+  search->add_flag("--notes", searchNotes, "list note ids rather than card ids");
+  search->add_option("--order", searchOrder, "none, or browser for the browser's sort")
+      ->check(CLI::IsMember({"none", "browser"}));
   try {
     cli.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -171,6 +258,12 @@ int CommandLine::main(int argc, char** argv) {
     if (!problem.empty()) return fail(problem);
     if (check->parsed()) return withApp(s, false, runCheck);
     if (mediaCheck->parsed()) return withApp(s, false, runMediaCheck);
+    if (search->parsed())
+      return withApp(s, false, [&](AppDelegate& app) {
+        runSearch(app, searchQuery, searchNotes, searchOrder);
+      });
+    if (filter->parsed())
+      return withApp(s, false, [&](AppDelegate& app) { runFilter(app, filterArgs); });
     if (study->parsed())
       return withApp(s, false, [&](AppDelegate& app) {
         runStudy(app, study->count("--deck") ? &studyDeck : nullptr);

@@ -250,5 +250,64 @@ TEST_F(CommandLine, MediaCheckPrintsTheReport) {
             "1 file(s) present but not used by any notes:\nspare.png\n");
 }
 
+TEST_F(Study, SearchPrintsIdsWithSortFieldsAndTakesNoSqlFromTheCommandLine) {
+  auto search = [&](const std::string& args) {
+    return rivo("--data " + data() + " search " + args, scratch);
+  };
+  std::string expected;
+  for (const Row& row :
+       DB(collection())
+           .all("select c.id, n.sfld from cards c, notes n where c.nid = n.id and n.sfld like "
+                "'capital%' order by n.sfld"))
+    expected += toText(row[0]) + "\t" + toText(row[1]) + "\n";
+  Result r = search("--order browser capital");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, expected);
+  EXPECT_NE(r.out.find("\tCapital of France?\n"), std::string::npos) << r.out;
+
+  r = search("--notes -- -deck:default");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            std::to_string(count("select nid from cards where did != 1")) + "\t¿Cómo estás?\n");
+
+  const int64_t cards = count("select count() from cards");
+  EXPECT_EQ(search(quote("'; drop table cards; --")).out, "");
+  r = search("--order " + quote("c.id; delete from cards") + " capital");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(count("select count() from cards"), cards);
+}
+
+TEST_F(Study, FilterBuildsRebuildsAndRefusesANormalDeck) {
+  auto filter = [&](const std::string& args) {
+    return rivo("--data " + data() + " filter " + args, scratch);
+  };
+  Result r = filter("Drill --search deck:Default --order due --limit 5");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "2 card(s) gathered in 'Drill'.\n");
+  EXPECT_EQ(count("select count() from cards where odid != 0 and due < 0"), 2);
+
+  // A rebuild sends those home and gathers by the new search.
+  r = filter("Drill --search deck:Spanish --order 1");
+  EXPECT_EQ(r.out, "1 card(s) gathered in 'Drill'.\n") << r.err;
+  EXPECT_EQ(count("select count() from cards where odid != 0"), 1);
+  EXPECT_EQ(count("select count() from cards where did = 1 and odid = 0 and due > 0"), 2);
+
+  // No match is not an error, and a deck made for it leaves no trace.
+  r = filter("Empty --search 'deck:Nowhere'");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "No cards: The provided search did not match any cards.\n");
+  EXPECT_EQ(count("select instr(decks, '\"Empty\"') from col"), 0);
+
+  const int64_t mod = count("select mod from col");
+  for (const char* bad : {"Spanish --search deck:Default", "Drill --search x --order sideways"}) {
+    r = filter(bad);
+    EXPECT_EQ(r.status, 1) << bad;
+    EXPECT_EQ(r.err.rfind("rivo: ", 0), 0u) << r.err;
+  }
+  EXPECT_EQ(count("select mod from col"), mod);
+  EXPECT_EQ(filter("Drill").status, 2) << "the search is required";
+}
+
 }  // namespace
 }  // namespace rivo
