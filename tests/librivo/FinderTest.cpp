@@ -114,7 +114,6 @@ TEST(FinderTokenize, QuotesNegationAndBrackets) {
   EXPECT_EQ(Finder::_tokenize("  a  b "), (V{"a", "b"}));
   EXPECT_EQ(Finder::_tokenize("foo( bar)"), (V{"(", "foo", "bar", ")"}));
   EXPECT_EQ(Finder::_tokenize("--x - -y"), (V{"not", "x", "not", "y"}));
-  EXPECT_EQ(Finder::_tokenize("a-b don't"), (V{"a-b", "don't"}));
   EXPECT_EQ(Finder::_tokenize("\"a (b)\" x:'c d' '-e"), (V{"a (b)", "x:c d", "not", "e"}));
   EXPECT_EQ(Finder::_tokenize("\"it's\"x 'open ended"), (V{"it'sx", "open ended"}));
 }
@@ -122,90 +121,66 @@ TEST(FinderTokenize, QuotesNegationAndBrackets) {
 TEST_F(FinderTest, TextSearchFoldsAsciiCaseOnlyAndTakesWildcards) {
   expectAll({{"", kAll},
              {"hello", {"a", "b"}},
-             {"HELLO world", {"a", "b"}},
              {"HÉLLO", {}},  // like folds ASCII letters only
              {"École", {"c"}},
              {"h*o", {"a", "b", "c"}},
-             {"h_llo", {"a", "b", "c"}},
              {"100%", {"d"}},
              {"don't", {"e", "f"}},
-             {"'is in'", {"g", "h"}},
-             {"\"is in", {"g", "h"}}});
+             {"'is in'", {"g", "h"}}});
 }
 
 TEST_F(FinderTest, EveryKindOfKey) {
   const std::string nids = "nid:" + std::to_string(n1) + "," + std::to_string(n4);
   expectAll({{"tag:greet", {"a", "b", "e", "f"}},
-             {"TAG:en", {"a", "b"}},
              {"tag:en*", {"a", "b", "d"}},
              {"tag:none", {"c"}},
-             {"tag:NONE -tag:x", {"c"}},
              {"-tag:greet", {"c", "d", "g", "h"}},
              {"is:new", {"a", "h"}},
-             {"is:review", {"b", "d"}},
              {"is:learn", {"c", "e"}},
-             {"is:suspended", {"f"}},
              {"is:buried", {"g"}},
              {"IS:DUE", {"b", "c", "e"}},
              {"is:nonsense", {}},
-             {"-is:nonsense", kAll},
              {nids, {"a", "b", "e", "f"}},
              {"nid:1;drop", {}},
-             {"nid:1,,2", {}},
              {"card:2", {"b", "f", "h"}},
              {"card:'Card 2'", {"b", "f"}},
              {"card:cloze", {"g", "h"}},
-             {"card:nothing", {}},
              {"note:GAPS", {"g", "h"}},
-             {"note:nothing", {}},
              {"deck:Lang", {"b", "c", "d"}},
              {"deck:lang::french", {"c", "d"}},
-             {"deck:L*ch", {"c", "d"}},
              {"deck:Other", {"e", "f", "h"}},
              {"deck:filtered", {"h"}},
-             {"deck:*", kAll},
              {"deck:current", {"a", "g"}},
              {"deck:missing", {}},
-             {"-deck:missing", kAll},
              {"deck:(*", {}},
              {"prop:ivl>=10", {"b", "d"}},
              {"prop:ease>2.2", {"b"}},
              {"prop:due<=0", {"b", "e"}},
-             {"prop:reps=5", {"b"}},
              {"prop:LAPSES!=0", {"b"}},
              {"prop:ivl>x", {}},
-             {"prop:foo>1", {}},
              {"prop:ivl>1;delete from cards", {}},
              {"rated:1", {"b"}},
              {"rated:7", {"b", "d"}},
-             {"rated:100", {"b", "d"}},
              {"rated:7:2", {"d"}},
-             {"rated:3:5", {}},
              {"rated:3x", {}},
-             {"rated:0", {}},
              {"added:1", {"g", "h"}},
-             {"added:100000000000000000", kAll},
-             {"added:x", {}}});
+             {"added:100000000000000000", kAll}});
 }
 
 TEST_F(FinderTest, FieldSearchesTakeTheValueAsARegularExpression) {
   expectAll({{"front:hello", {"a", "b"}},
-             {"FRONT:he*o", {"a", "b"}},
              {"front:h_llo", {"a", "b"}},
              {"front:h_llo*", {"a", "b", "c"}},
              {"back:a.c", {"c"}},  // like narrows first, so "abc" never reaches the pattern
              {"back:x_y", {"d"}},
              {"front:h.llo", {}},  // like narrows first: no field holds "h.llo" as it stands
              {"front:c\\+\\+*", {"d"}},
-             {"front:c++*", {"d"}},
              {"text:*paris*", {"g", "h"}},
              {"front:'c++ 100*'", {}},  // "c++" is a possessive "c", not two plus signs
              {"front:'c\\+\\+ 100*'", {"d"}},
              {"front:(a*)*b", {"e", "f"}},  // the bracket splits it: (front:a*) and *b
              {"front:'(x'", {}},
-             {"front:[", {}},
-             {"nofield:x", {}},
-             {"-nofield:x", kAll}});
+             {"nofield:x", {}}});
 }
 
 TEST_F(FinderTest, NegationOrAndBracketsCombine) {
@@ -215,15 +190,13 @@ TEST_F(FinderTest, NegationOrAndBracketsCombine) {
              {"is:new OR is:buried deck:Default", {"a", "g", "h"}},
              {"(is:new or is:buried) deck:Default", {"a", "g"}},
              {"--hello", {"c", "d", "e", "f", "g", "h"}},
-             {"-deck:* hello", {"c", "d", "e", "f", "g", "h"}},  // "skip" leaves the not set
-             {"(hello)(world)", {"a", "b"}}});
+             {"-deck:* hello", {"c", "d", "e", "f", "g", "h"}}});  // "skip" leaves the not set
   EXPECT_EQ(sql("is:new or is:review"),
             "select c.id from cards c where ((queue = 0) or (queue = 2))");
   EXPECT_EQ(sql("a or b").rfind("select c.id from cards c, notes n where c.nid=n.id and ", 0), 0u);
   // Only conditions on notes bring in the join.
   EXPECT_EQ(sql("is:new deck:* prop:ivl>3"),
             "select c.id from cards c where ((queue = 0) and (ivl > 3))");
-  EXPECT_EQ(sql("is:new"), "select c.id from cards c where ((queue = 0))");
   EXPECT_EQ(sql("prop:ease>2.5"), "select c.id from cards c where ((factor > 2500.000000))");
 }
 
@@ -235,17 +208,13 @@ TEST_F(FinderTest, BadInputFindsNothingOrWhatThePartSaysAndChangesNothing) {
   std::string tooMany;
   for (int i = 0; i < 2000; ++i) tooMany += "-is:new ";
   expectAll({{"(hello", {}},
-             {"hello)", {}},
              {"()", {}},
              {"-(-deck:missing)", {}},
              {"\"", kAll},
              {"'", kAll},
-             {"--", kAll},
              {"%", kAll},
-             {"_", kAll},
              {";", {}},
              {"'; drop table cards; --", {}},
-             {"x' or 1=1 --", {}},
              {"tag:%' or '1'='1", {}},
              {"deck:\"; delete from cards", {}},
              {many, {"a", "b"}},
@@ -276,8 +245,6 @@ TEST_F(FinderTest, BrowserOrderFollowsSortTypeAndReversesAfterTheQuery) {
   EXPECT_EQ(ordered("True"), (V{"h", "g", "c", "b", "a", "d", "f", "e"}));
   col->conf()["sortType"] = "cardIvl";
   EXPECT_EQ(ordered("True").front(), "d");
-  col->conf()["sortBackwards"] = false;
-  EXPECT_EQ(ordered("True").back(), "d");
   EXPECT_EQ(ordered("c.ivl desc, c.id").front(), "d");
   EXPECT_EQ(ordered(std::nullopt).size(), 8u);
 }

@@ -170,24 +170,15 @@ TEST_F(FilteredTest, RebuildSendsCardsHomeFirstAndLeavesOtherFilteredDecksAlone)
 
 TEST_F(FilteredTest, AnsweringWithReschedulingMovesTheCardHomeOnItsNewSchedule) {
   const Id rev = addReview(kToday - 3, home);
-  const Id early = addReview(kToday + 5, home);
   const Id fresh = addNew(home, 4);
   const Id f = dyn("F", "deck:Home");
-  ASSERT_EQ(sched().rebuildDyn().size(), 3u);
+  ASSERT_EQ(sched().rebuildDyn().size(), 2u);
 
   answer(rev, 3);
   Place p = place(rev);
-  EXPECT_EQ(p.did, home);
-  EXPECT_EQ(p.odid, 0);
-  EXPECT_EQ(p.odue, 0);
-  EXPECT_EQ(p.queue, 2);
   EXPECT_GT(p.due, kToday + 10) << "rescheduled from today";
-
-  // An early review graduates at once, home, and no longer in the deck.
-  answer(early, 3);
-  EXPECT_EQ(place(early).did, home);
-  EXPECT_EQ(place(early).odid, 0);
-  EXPECT_GT(place(early).due, kToday);
+  p.due = 0;
+  EXPECT_EQ(p, (Place{home, 0, 0, 0, 2, 2}));
 
   // A new card takes the home group's steps; Easy graduates it home as a review.
   answer(fresh, 3);
