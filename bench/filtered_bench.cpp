@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "bench/GeneratedCollection.h"
+#include "bench/SqlRecorder.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
@@ -41,27 +42,7 @@ Id makeDeck(rivo::Col& col) {
   return did;
 }
 
-struct Statement {
-  std::string unexpanded, expanded;
-};
-
-struct Recorder {
-  sqlite3* db;
-  std::vector<Statement> sql;
-  explicit Recorder(sqlite3* handle) : db(handle) {
-    sqlite3_trace_v2(db, SQLITE_TRACE_STMT, &Recorder::onStatement, this);
-  }
-  ~Recorder() { sqlite3_trace_v2(db, 0, nullptr, nullptr); }
-  static int onStatement(unsigned, void* self, void* stmt, void* text) {
-    const char* unexpanded = static_cast<const char*>(text);
-    if (unexpanded && unexpanded[0] == '-' && unexpanded[1] == '-') return 0;  // a trigger
-    char* expanded = sqlite3_expanded_sql(static_cast<sqlite3_stmt*>(stmt));
-    static_cast<Recorder*>(self)->sql.push_back(
-        {sqlite3_sql(static_cast<sqlite3_stmt*>(stmt)), expanded ? expanded : unexpanded});
-    sqlite3_free(expanded);
-    return 0;
-  }
-};
+using Statement = rivo::bench::SqlRecorder::Statement;
 
 void BM_FilteredRebuild(benchmark::State& state) {
   auto col = rivo::Storage::open(freshCopy(), true, false, true, "");
@@ -83,9 +64,9 @@ void BM_FilteredRebuildBareSql(benchmark::State& state) {
     auto col = rivo::Storage::open(path, true, false, true, "");
     did = makeDeck(*col);
     col->sched().rebuildDynForDeck(did);  // the steady state: a full deck goes home first
-    Recorder rec(col->db()->handle());
+    rivo::bench::SqlRecorder rec(col->db()->handle());
     ids = col->sched().rebuildDynForDeck(did);
-    statements = rec.sql;
+    statements = rec.statements();
     col->save();  // the replay starts from the same full deck
     col->closeAndSave(false);
   }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "bench/GeneratedCollection.h"
+#include "bench/SqlRecorder.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/Storage.h"
@@ -32,24 +33,6 @@ const std::string& copyOf(const std::string& name) {
   return *made.back();
 }
 
-struct Recorder {
-  sqlite3* db;
-  std::vector<std::string> sql;
-
-  explicit Recorder(sqlite3* handle) : db(handle) {
-    sqlite3_trace_v2(db, SQLITE_TRACE_STMT, &Recorder::onStatement, this);
-  }
-  ~Recorder() { sqlite3_trace_v2(db, 0, nullptr, nullptr); }
-
-  static int onStatement(unsigned, void* self, void* stmt, void* text) {
-    char* expanded = sqlite3_expanded_sql(static_cast<sqlite3_stmt*>(stmt));
-    static_cast<Recorder*>(self)->sql.emplace_back(expanded ? expanded
-                                                            : static_cast<const char*>(text));
-    sqlite3_free(expanded);
-    return 0;
-  }
-};
-
 // Runs the statements as the program's DB layer does: prepare, step every row, finalize.
 int replay(sqlite3* db, const std::vector<std::string>& statements) {
   int failures = 0;
@@ -70,9 +53,9 @@ void BM_Find(benchmark::State& state, const std::string& query) {
   std::vector<std::string> statements;
   size_t found = 0;
   {
-    Recorder rec(col->db()->handle());
+    rivo::bench::SqlRecorder rec(col->db()->handle());
     found = col->findCards(query).size();
-    statements = rec.sql;
+    statements = rec.expanded();
   }
   sqlite3* bare = nullptr;
   sqlite3_open(copyOf("finder-bare.rivo2").c_str(), &bare);

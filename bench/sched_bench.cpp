@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "bench/GeneratedCollection.h"
+#include "bench/SqlRecorder.h"
 #include "librivo/Card.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
@@ -74,26 +75,6 @@ void selectDeck(rivo::Col& col, Selection which) {
   }
   dm.select(Json(best));
 }
-
-// Every statement run on a connection, its parameters written in as literals.
-struct Recorder {
-  sqlite3* db;
-  std::vector<std::string> sql;
-
-  explicit Recorder(sqlite3* handle) : db(handle) {
-    sqlite3_trace_v2(db, SQLITE_TRACE_STMT, &Recorder::onStatement, this);
-  }
-  ~Recorder() { sqlite3_trace_v2(db, 0, nullptr, nullptr); }
-
-  static int onStatement(unsigned, void* self, void* stmt, void* text) {
-    const char* unexpanded = static_cast<const char*>(text);
-    if (unexpanded && unexpanded[0] == '-' && unexpanded[1] == '-') return 0;  // a trigger
-    char* expanded = sqlite3_expanded_sql(static_cast<sqlite3_stmt*>(stmt));
-    static_cast<Recorder*>(self)->sql.emplace_back(expanded ? expanded : unexpanded);
-    sqlite3_free(expanded);
-    return 0;
-  }
-};
 
 // A bare connection set up as the program opens the file, inside the same exclusive
 // transaction the open leaves behind.
@@ -180,9 +161,9 @@ void BM_SchedDeckDueTreeBareSql(benchmark::State& state) {
   {
     auto col = openCol(readCopy());
     col->reset();
-    Recorder rec(col->db()->handle());
+    rivo::bench::SqlRecorder rec(col->db()->handle());
     col->sched().deckDueTree();
-    statements = rec.sql;
+    statements = rec.expanded();
     col->closeAndSave(false);
   }
   Bare bare(readCopy());
@@ -213,9 +194,9 @@ void BM_SchedResetBareSql(benchmark::State& state) {
     auto col = openCol(readCopy());
     selectDeck(*col, static_cast<Selection>(state.range(0)));
     col->sched().reset();
-    Recorder rec(col->db()->handle());
+    rivo::bench::SqlRecorder rec(col->db()->handle());
     col->sched().reset();
-    statements = rec.sql;
+    statements = rec.expanded();
     col->closeAndSave(false);
   }
   Bare bare(readCopy());
@@ -290,9 +271,9 @@ void BM_SchedAnswerBareSql(benchmark::State& state) {
   {
     auto col = openCol(freshCopy("sched-answer.rivo2"));
     startAnswering(*col);
-    Recorder rec(col->db()->handle());
-    for (int i = 0; i < kAnswers && answerOne(*col, i, commit); ++i) ends.push_back(rec.sql.size());
-    statements = rec.sql;
+    rivo::bench::SqlRecorder rec(col->db()->handle());
+    for (int i = 0; i < kAnswers && answerOne(*col, i, commit); ++i) ends.push_back(rec.size());
+    statements = rec.expanded();
     col->closeAndSave(false);
   }
   Bare bare(freshCopy("sched-answer.rivo2"));
