@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +13,8 @@
 #include <filesystem>
 
 #include "app/AppError.h"
+#include "app/DecksViewController.h"
+#include "app/NavigationController.h"
 #include "app/Preferences.h"
 #include "app/ProfileManager.h"
 #include "app/SignalWatcher.h"
@@ -38,6 +41,8 @@ AppDelegate::AppDelegate(Ui& ui, Options options)
 AppDelegate::~AppDelegate() {
   _signals.reset();
   _dispatch->shutdown();
+  _nc.reset();
+  _dvc.reset();
   {
     std::lock_guard lock(_timerMutex);
     if (_saveTimer) _saveTimer->invalidate();
@@ -108,12 +113,17 @@ bool AppDelegate::launch(const std::string& url, const std::string& shortcutItem
     _pm->loadCurrentProfile();
   }
   if (!col()) throw AppError("No collection could be opened.");
-  // The style sheet, the deck list and the navigation stack are set up here.
+  applyStyleSheet();
+  if (_options.screens) {
+    _nc = std::make_unique<NavigationController>(_ui);
+    _dvc = std::make_shared<DecksViewController>(*this);
+    _nc->setRoot(_dvc);
+  }
 
   _prefs->setObject(kBundleVersion, "lastBuildUsed");
   if (!_prefs->hasKey("firstRunOn")) {
     _prefs->setDate(Clock::now(), "firstRunOn");
-    _ui.showAlert("Welcome!", "Please tap the '?' in the top left to get started.");
+    _ui.showAlert("Welcome!", "Please click Help in the top left to get started.");
   }
   // Written now, so that the welcome isn't shown again after a crash.
   _prefs->synchronize();
@@ -135,14 +145,49 @@ void AppDelegate::_takeDataDir() {
   // Two processes on one collection would each see the other's open file as damaged.
   std::string lockPath = dir + "/.lock";
   _lockFd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  // It may carry this run's secret address: this user's alone.
+  if (_lockFd >= 0) ::fchmod(_lockFd, 0600);
   if (_lockFd < 0) throw AppError("Can't open " + lockPath + ": " + std::strerror(errno));
   if (::flock(_lockFd, LOCK_EX | LOCK_NB) != 0) {
     int error = errno;
     ::close(_lockFd);
     _lockFd = -1;
-    if (error == EWOULDBLOCK) throw AppError("Another Rivo is using " + dir + ".");
+    if (error == EWOULDBLOCK) {
+      std::string address = runningInstanceAddress(dir);
+      throw DataFolderBusy("Rivo is already running on " + dir +
+                           (address.empty() ? "" : " (at " + _withoutSecret(address) + ")") +
+                           "; close it first.");
+    }
     throw AppError("Can't lock " + lockPath + ": " + std::strerror(error));
   }
+}
+
+std::string AppDelegate::runningInstanceAddress(const std::string& dataDir) {
+  std::string lockPath = dataDir + "/.lock";
+  int fd = ::open(lockPath.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return "";
+  std::string address;
+  // Only a held lock means a running program; a stale address is ignored.
+  if (::flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    char buffer[1024];
+    ssize_t n = ::pread(fd, buffer, sizeof buffer, 0);
+    if (n > 0) address.assign(buffer, static_cast<size_t>(n));
+    while (!address.empty() && (address.back() == '\n' || address.back() == '\0')) address.pop_back();
+  }
+  ::close(fd);
+  return address;
+}
+
+void AppDelegate::setInstanceAddress(const std::string& address) {
+  if (_lockFd < 0) return;
+  std::string line = address + "\n";
+  if (::ftruncate(_lockFd, 0) != 0 ||
+      ::pwrite(_lockFd, line.data(), line.size(), 0) != static_cast<ssize_t>(line.size()))
+    sysLog("can't write the instance address: " + std::string(std::strerror(errno)));
+}
+
+std::string AppDelegate::_withoutSecret(const std::string& address) {
+  return address.substr(0, address.find('?'));
 }
 
 void AppDelegate::_emptyTmp() {
@@ -228,8 +273,9 @@ void AppDelegate::doWork(const std::string& msg, Block work, Block thenOnMain) {
   log("queued work: " + msg);
   _dispatch->work().async([this, msg, work = std::move(work), thenOnMain = std::move(thenOnMain)] {
     log("starting work: " + msg);
+    // Waits for the event being handled, if any; from here on input is frozen.
+    _dispatch->main().sync([this, msg] { showSpinner(msg); });
     stopTimer();
-    _dispatch->main().post([this, msg] { showSpinner(msg); });
     if (work) work();
     // The work queue waits here, so the next job can't start before the main block ends.
     _dispatch->main().sync([&] {
@@ -378,8 +424,16 @@ void AppDelegate::applicationWillEnterForeground() {
 }
 
 void AppDelegate::onResume() {
-  // The deck list reloads itself here if it's on top (maybeLoadDecks, sync label).
+  if (_nc && _nc->top() == _dvc.get()) _dvc->maybeLoadDecks();
+  // The sync button's colour is brought up to date here once syncing exists.
   startTimer();
+}
+
+void AppDelegate::applyStyleSheet() {
+  if (_offMain([this] { applyStyleSheet(); })) return;
+  // "blue", or anything else taken as "dark".
+  bool blue = _pm && _pm->stringForKey("theme7") == "blue";
+  _ui.setTint(blue ? "#1C93E3" : "#1C73C3");
 }
 
 void AppDelegate::applicationWillTerminate() {

@@ -18,6 +18,8 @@
 namespace rivo {
 
 class Col;
+class DecksViewController;
+class NavigationController;
 class Preferences;
 class ProfileManager;
 class SignalWatcher;
@@ -39,6 +41,8 @@ class AppDelegate {
     double popupDuration = 0.75;
     // SIGINT and SIGTERM end the program through terminate().
     bool handleSignals = true;
+    // Launch makes the navigation stack with the deck list (the command line has none).
+    bool screens = false;
   };
 
   AppDelegate(Ui& ui, Options options);
@@ -51,6 +55,12 @@ class AppDelegate {
   static AppDelegate* shared();
   // $RIVO_DATA, else $XDG_DATA_HOME/rivo, else ~/.local/share/rivo.
   static std::string defaultDataDir();
+  // Where the program already running on `dataDir` can be reached (as given to
+  // setInstanceAddress), or "" when none runs there or it gave no address.
+  static std::string runningInstanceAddress(const std::string& dataDir);
+  // Tells later starts on this data folder where this running program can be reached; the
+  // file that says so is the data folder's lock, readable by this user only.
+  void setInstanceAddress(const std::string& address);
 
   // On the main thread, before run(): configures SQLite, takes the data folder (one process
   // at a time), empties tmp/, opens the profile's collection, greets a first run, starts the
@@ -74,9 +84,16 @@ class AppDelegate {
   Dispatch& dispatch() { return *_dispatch; }
   Ui& ui() { return _ui; }
   const Options& options() const { return _options; }
+  // The navigation stack and the deck list at its root; null without Options::screens.
+  NavigationController* nc() const { return _nc.get(); }
+  DecksViewController* dvc() const { return _dvc.get(); }
+  // The bar and button colours of the "theme7" setting.
+  void applyStyleSheet();
 
   // Background work, strictly one job at a time: the work block on the "work" queue under a
   // spinner showing `msg`, then `thenOnMain` on the main loop before the next job begins.
+  // The spinner is up (and input frozen) before the job saves or works, so no event handled
+  // on the main loop meets a job's work half-done.
   void doWork(const std::string& msg, Block work, Block thenOnMain = {});
   void doOnMain(Block block);
   void doOnBlock(Block block);
@@ -115,6 +132,8 @@ class AppDelegate {
   bool timerRunning() const;
 
  private:
+  // The address as it may be shown to others: without the query that carries the secret.
+  static std::string _withoutSecret(const std::string& address);
   // True (and `again` posted to the main loop) when called off the main thread.
   bool _offMain(Block again);
   void _stopTimerLocked();
@@ -138,6 +157,10 @@ class AppDelegate {
 
   mutable std::mutex _timerMutex;
   std::shared_ptr<Timer> _saveTimer;
+
+  // Main loop only; made at launch, dropped before the collection.
+  std::unique_ptr<NavigationController> _nc;
+  std::shared_ptr<DecksViewController> _dvc;
 
   std::unique_ptr<SignalWatcher> _signals;
   int _lockFd = -1;

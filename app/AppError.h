@@ -12,4 +12,10 @@ class AppError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Another program holds the data folder.
+class DataFolderBusy : public AppError {
+ public:
+  using AppError::AppError;
+};
+
 }  // namespace rivo

@@ -1,5 +1,7 @@
 #include "app/ConsoleUi.h"
 
+#include "app/WebView.h"
+
 #include <unistd.h>
 
 #include <cctype>
@@ -89,6 +91,38 @@ void ConsoleUi::_spinnerLine(const std::string& text) {
   if (!_errIsTerminal) return;
   std::fprintf(_err, "%s\n", text.c_str());
   std::fflush(_err);
+}
+
+namespace {
+
+// A page nobody sees: loads are forgotten and scripts give nothing.
+class NoWebView : public WebView {
+ public:
+  void loadHTMLString(const std::string&, const std::string&) override {}
+  std::string evaluateJavaScript(const std::string&) override { return ""; }
+  std::string id() const override { return "none"; }
+};
+
+}  // namespace
+
+void ConsoleUi::askText(const std::string& title, const std::string& text,
+                        std::vector<TextField> fields, const std::string& cancelButton,
+                        const std::string& otherButton,
+                        std::function<void(int, std::vector<std::string>)> answered) {
+  (void)text, (void)otherButton;
+  std::fprintf(_err, "%s: %s\n", title.c_str(), cancelButton.c_str());
+  answered(0, std::vector<std::string>(fields.size()));
+}
+
+void ConsoleUi::showActionSheet(const std::string& title, const std::vector<std::string>& buttons,
+                                const std::string& cancelButton,
+                                std::function<void(int)> chosen) {
+  (void)title, (void)buttons, (void)cancelButton;
+  chosen(-1);
+}
+
+std::unique_ptr<WebView> ConsoleUi::makeWebView() {
+  return std::make_unique<NoWebView>();
 }
 
 }  // namespace rivo

@@ -21,9 +21,18 @@ class ConsoleUi : public Ui {
   void askQuestion(const std::string& title, const std::string& text,
                    const std::string& cancelButton, const std::string& otherButton,
                    std::function<void(int buttonIndex)> answered) override;
+  // Text questions and action sheets are cancelled: the command line asks by its options.
+  void askText(const std::string& title, const std::string& text, std::vector<TextField> fields,
+               const std::string& cancelButton, const std::string& otherButton,
+               std::function<void(int, std::vector<std::string>)> answered) override;
+  void showActionSheet(const std::string& title, const std::vector<std::string>& buttons,
+                       const std::string& cancelButton, std::function<void(int)> chosen) override;
   void showPopupView(const std::string& text, bool activity) override;
   void setPopupText(const std::string& text) override;
   void hidePopupView() override;
+  // No screens: the command line prints results instead.
+  void showScreen(const Json& screen) override { (void)screen; }
+  std::unique_ptr<WebView> makeWebView() override;
 
  private:
   void _spinnerLine(const std::string& text);

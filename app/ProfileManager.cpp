@@ -11,6 +11,7 @@
 #include "app/AppDelegate.h"
 #include "app/AppError.h"
 #include "app/Preferences.h"
+#include "app/SettingsMetadataSource.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/Storage.h"
@@ -361,9 +362,8 @@ void ProfileManager::applyDefaults() {
 }
 
 void ProfileManager::_applySettingsPageDefaults(const std::string& page) {
-  // The settings pages and their configuration tables come later; each will save its rows'
-  // default values here, before the explicit assignments override some of them.
-  (void)page;
+  // Reading a page stores its rows' defaults; the explicit assignments then override some.
+  SettingsMetadataSource(page, *this).save();
 }
 
 void ProfileManager::ensureSetUp() {

@@ -96,7 +96,6 @@ class ProfileManager {
   std::string _ensureExists(const std::string& path) const;
 
  private:
-  // Where the settings pages will write their defaults when they exist.
   void _applySettingsPageDefaults(const std::string& page);
   void _checkName(const std::string& name) const;
   void _requireApp() const;

@@ -66,7 +66,7 @@ size_t at(const std::string& log, const std::string& text) {
   return pos;
 }
 
-const char* kWelcome = "alert:Welcome!|Please tap the '?' in the top left to get started.";
+const char* kWelcome = "alert:Welcome!|Please click Help in the top left to get started.";
 
 TEST_F(AppDelegateTest, FirstLaunchMakesUser1OpensItAndWelcomesOnce) {
   {

@@ -24,6 +24,8 @@ std::vector<std::string> keysWithPrefix(Preferences& prefs, const std::string& p
   return out;
 }
 
+constexpr size_t kKeysPerProfile = 78;
+
 class ProfileManagerTest : public ::testing::Test {
  protected:
   test::TempDir dir;
@@ -38,8 +40,8 @@ TEST_F(ProfileManagerTest, FirstSetUpMakesUser1WithEveryDefault) {
   // Written to disk at once, not only held in memory.
   EXPECT_EQ(Preferences(dir.file("Preferences.json")).stringForKey("currentProfile"), "User 1");
 
-  // 14 built-in settings and 38 explicit assignments; nothing else is per profile yet.
-  EXPECT_EQ(keysWithPrefix(prefs, "User 1_").size(), 52u);
+  // 14 built-in settings, 38 explicit assignments, and 26 keys only the settings pages name.
+  EXPECT_EQ(keysWithPrefix(prefs, "User 1_").size(), kKeysPerProfile);
   const Json defaults = ProfileManager::defaultSettings();
   for (const auto& [key, value] : defaults.items())
     EXPECT_TRUE(prefs.hasKey("User 1_" + key)) << key;
@@ -48,6 +50,15 @@ TEST_F(ProfileManagerTest, FirstSetUpMakesUser1WithEveryDefault) {
   EXPECT_FLOAT_EQ(pm.floatForKey("FontScale"), 1.0f);
   EXPECT_TRUE(pm.boolForKey("showQuickbar"));
   EXPECT_EQ(pm.stringForKey("lastBuildUsed"), "200");
+  // Defaults that only the settings pages give, a hidden row's among them; a slot with no
+  // default is empty, and an explicit assignment wins over the page.
+  EXPECT_TRUE(pm.boolForKey("remainingCount"));
+  EXPECT_TRUE(pm.boolForKey("nextTimes"));
+  EXPECT_TRUE(pm.boolForKey("downloadMedia"));
+  EXPECT_FALSE(pm.boolForKey("navBarHidden"));
+  EXPECT_EQ(pm.objectForKey("statsPeriod"), Json(0));
+  EXPECT_EQ(pm.objectForKey("button9"), Json(""));
+  EXPECT_EQ(pm.stringForKey("button1"), "mark");
 }
 
 TEST_F(ProfileManagerTest, CreateRenameRemoveMoveKeysFoldersAndTheCurrentProfile) {
@@ -55,7 +66,7 @@ TEST_F(ProfileManagerTest, CreateRenameRemoveMoveKeysFoldersAndTheCurrentProfile
   pm.create("Zoo");
   EXPECT_EQ(pm.currentProfile(), "User 1");  // creating doesn't switch
   EXPECT_EQ(pm.profiles(), (std::vector<std::string>{"User 1", "Work", "Zoo"}));
-  EXPECT_EQ(keysWithPrefix(prefs, "Work_").size(), 52u);
+  EXPECT_EQ(keysWithPrefix(prefs, "Work_").size(), kKeysPerProfile);
   EXPECT_THROW(pm.create("Work"), AppError);
 
   // A setting whose own name holds an underscore belongs to the profile all the same.
@@ -68,7 +79,7 @@ TEST_F(ProfileManagerTest, CreateRenameRemoveMoveKeysFoldersAndTheCurrentProfile
   pm.renameFrom("Work", "Job");
   EXPECT_EQ(pm.profiles(), (std::vector<std::string>{"User 1", "Zoo", "Job"}));
   EXPECT_TRUE(keysWithPrefix(prefs, "Work_").empty());
-  EXPECT_EQ(keysWithPrefix(prefs, "Job_").size(), 53u);
+  EXPECT_EQ(keysWithPrefix(prefs, "Job_").size(), kKeysPerProfile + 1);
   EXPECT_TRUE(prefs.boolForKey("Job_expandedStateFor a_b"));
   EXPECT_EQ(prefs.stringForKey("Workshop_key"), "kept");
   EXPECT_FALSE(fs::exists(dir.file("profiles/Work")));
@@ -133,14 +144,14 @@ TEST_F(ProfileManagerTest, IllegalNamesAreRefusedBeforeTouchingTheFileSystem) {
 TEST_F(ProfileManagerTest, KeysForProfileMatchLiterallyDictionaryRepresentationDoesNot) {
   pm.setObject("v", "key_with_underscore");
   Json plain = pm.dictionaryRepresentation();
-  EXPECT_EQ(plain.size(), 53u);
+  EXPECT_EQ(plain.size(), kKeysPerProfile + 1);
   EXPECT_EQ(plain["key_with_underscore"], "v");
   EXPECT_EQ(plain["button1"], "mark");
 
   pm.create("C++");
-  EXPECT_EQ(pm._keysForProfile("C++").size(), 52u);
+  EXPECT_EQ(pm._keysForProfile("C++").size(), kKeysPerProfile);
   pm.setCurrentProfile("C++");
-  EXPECT_EQ(pm._keysForCurrentProfile().size(), 52u);
+  EXPECT_EQ(pm._keysForCurrentProfile().size(), kKeysPerProfile);
   // The name goes into the pattern unescaped: "C++" is a pattern, not the name.
   EXPECT_TRUE(pm.dictionaryRepresentation().empty());
 }

@@ -1,0 +1,90 @@
+#pragma once
+// The deck list, the root screen: the deck tree with its counts and the expansion of each
+// branch (kept per profile), and the way to study, rename, delete and add decks and to reach
+// the profiles. Each load rebuilds everything from the scheduler's deck tree in a job; the
+// screen keeps only what it draws. Main loop only; the load's work block builds a fresh
+// Loaded that the main block takes over, so nothing here is shared with the work queue.
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/ViewController.h"
+#include "librivo/Value.h"
+
+namespace rivo {
+
+class AppDelegate;
+class Col;
+class ProfileManager;
+
+class DecksViewController : public ViewController {
+ public:
+  static constexpr double kReloadAfter = 3600;  // seconds; see maybeLoadDecks
+
+  // A row of the tree. `children` is keyed by the last name component.
+  struct Entry {
+    std::string name;
+    std::string fullname;
+    int indent = 0;
+    bool expanded = false;
+    bool inFamily = false;
+    std::map<std::string, std::shared_ptr<Entry>> children;
+  };
+
+  // What one load produces.
+  struct Loaded {
+    std::vector<std::shared_ptr<Entry>> decks;  // one per top-level row
+    std::vector<std::string> deckNames;         // all names, sorted
+    // Counts by full name: [old (review + learning), new, dyn].
+    std::map<std::string, std::array<int64_t, 3>> deckStats;
+    std::vector<std::vector<std::shared_ptr<Entry>>> visibleDecks;  // a section per top deck
+  };
+
+  explicit DecksViewController(AppDelegate& app);
+
+  Screen describe() override;
+  bool handle(const Event& event) override;
+  void viewWillAppear() override;
+
+  // The load job ("Checking..."); its main block redraws.
+  void loadDecks();
+  // loadDecks unless the last load is at most kReloadAfter seconds old.
+  void maybeLoadDecks();
+  // Builds the tree and counts from the collection; the work of the load job.
+  static Loaded _loadDecks(Col& col, const ProfileManager& pm);
+
+  // What the rows and buttons do.
+  void selectDeck(const std::string& fullname);
+  bool toggleSectionShownForDeck(const std::string& fullname);
+  void deleteDeck(const std::string& fullname);
+  void renameDeck(const std::string& fullname);
+  void addEmptyDeck();
+  void titleTapped();
+  void showHelp();
+
+  // "1000+" for 1000 and above.
+  static std::string _thousandPlus(int64_t n);
+
+  const Loaded& loaded() const { return _loaded; }
+  int64_t lastRefresh() const { return _lastRefresh; }
+
+ private:
+  static std::vector<std::shared_ptr<Entry>> visibleChildrenForDeck(const Entry& entry);
+  static void updateVisibleDecksForSection(Loaded& loaded, size_t section);
+  std::shared_ptr<Entry> _entry(const std::string& fullname) const;
+  void _loadStudy();
+  void _renameCurrentDeckTo(const std::string& text);
+  void _createDeck(const std::string& text);
+
+  AppDelegate& _app;
+  Loaded _loaded;
+  int64_t _lastRefresh = 0;
+  bool _loading = false;
+  Id _lastDid = 0;
+};
+
+}  // namespace rivo

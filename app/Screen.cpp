@@ -1,0 +1,83 @@
+#include "app/Screen.h"
+
+namespace rivo {
+
+namespace {
+
+const char* accessoryName(Screen::Accessory a) {
+  switch (a) {
+    case Screen::Accessory::push:
+      return "push";
+    case Screen::Accessory::expanded:
+      return "expanded";
+    case Screen::Accessory::collapsed:
+      return "collapsed";
+    case Screen::Accessory::check:
+      return "check";
+    case Screen::Accessory::none:
+      break;
+  }
+  return "";
+}
+
+Json buttons(const std::vector<Screen::Button>& list) {
+  Json out = Json::array();
+  for (const auto& b : list) {
+    Json j{{"id", b.id}, {"title", b.title}};
+    if (!b.icon.empty()) j["icon"] = b.icon;
+    if (!b.enabled) j["enabled"] = false;
+    out.push_back(std::move(j));
+  }
+  return out;
+}
+
+// Only what differs from a plain row is written: a deck list has thousands of rows.
+Json row(const Screen::Row& r) {
+  Json j{{"id", r.id}, {"text", r.text}};
+  if (!r.detail.empty()) j["detail"] = r.detail;
+  if (r.indent) j["indent"] = r.indent;
+  if (r.accessory != Screen::Accessory::none) j["accessory"] = accessoryName(r.accessory);
+  if (!r.counts.empty()) {
+    Json counts = Json::array();
+    for (const auto& c : r.counts) counts.push_back({{"text", c.text}, {"tone", c.tone}});
+    j["counts"] = std::move(counts);
+  }
+  if (!r.tone.empty()) j["tone"] = r.tone;
+  if (!r.selectable) j["selectable"] = false;
+  if (r.canDelete) j["canDelete"] = true;
+  if (r.hasMenu) j["hasMenu"] = true;
+  if (r.hasField) {
+    j["field"] = r.field;
+    if (!r.keyboard.empty()) j["keyboard"] = r.keyboard;
+  }
+  return j;
+}
+
+}  // namespace
+
+Json Screen::toJson() const {
+  Json j{{"title", title},
+         {"left", buttons(left)},
+         {"right", buttons(right)},
+         {"toolbar", buttons(toolbar)}};
+  if (titleIsButton) j["titleIsButton"] = true;
+  if (refreshable) j["refreshable"] = true;
+  if (!emptyText.empty()) j["emptyText"] = emptyText;
+  if (!webView.empty()) {
+    j["webView"] = webView;
+    return j;
+  }
+  Json list = Json::array();
+  for (const auto& s : sections) {
+    Json rows = Json::array();
+    for (const auto& r : s.rows) rows.push_back(row(r));
+    Json section{{"rows", std::move(rows)}};
+    if (!s.title.empty()) section["title"] = s.title;
+    if (!s.footer.empty()) section["footer"] = s.footer;
+    list.push_back(std::move(section));
+  }
+  j["sections"] = std::move(list);
+  return j;
+}
+
+}  // namespace rivo
