@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 
 #include "app/AppError.h"
 #include "app/DecksViewController.h"
@@ -276,6 +277,8 @@ void AppDelegate::doWork(const std::string& msg, Block work, Block thenOnMain) {
     // Waits for the event being handled, if any; from here on input is frozen.
     _dispatch->main().sync([this, msg] { showSpinner(msg); });
     stopTimer();
+    if (_options.jobDelay > 0)
+      std::this_thread::sleep_for(std::chrono::duration<double>(_options.jobDelay));
     if (work) work();
     // The work queue waits here, so the next job can't start before the main block ends.
     _dispatch->main().sync([&] {

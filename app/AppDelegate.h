@@ -43,6 +43,8 @@ class AppDelegate {
     bool handleSignals = true;
     // Launch makes the navigation stack with the deck list (the command line has none).
     bool screens = false;
+    // Seconds each job waits under its spinner before working: lets tests see the spinner.
+    double jobDelay = 0;
   };
 
   AppDelegate(Ui& ui, Options options);

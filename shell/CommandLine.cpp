@@ -19,6 +19,7 @@
 #include "librivo/MediaManager.h"
 #include "librivo/Scheduler.h"
 #include "librivo/Utils.h"
+#include "shell/ServeCommand.h"
 #include "shell/StudySession.h"
 
 namespace rivo {
@@ -84,14 +85,6 @@ int withApp(const Settings& s, bool createMissing,
     app.terminate(status);
   });
   return app.run();
-}
-
-void printSummary(AppDelegate& app) {
-  Col* col = app.col();
-  std::printf("Profile:    %s\n", app.pm().currentProfile().c_str());
-  std::printf("Collection: %s\n", col->path().c_str());
-  std::printf("Notes:      %lld\n", static_cast<long long>(col->noteCount()));
-  std::printf("Cards:      %lld\n", static_cast<long long>(col->cardCount()));
 }
 
 // The database check runs as a job, as it does from the settings; its text is the result.
@@ -207,6 +200,19 @@ int CommandLine::main(int argc, char** argv) {
                  "else ~/.local/share/rivo)");
   cli.add_option("--profile", s.profile, "profile to open (default: the current one)");
   cli.require_subcommand(0, 1);
+  CLI::App* serve = cli.add_subcommand(
+      "serve", "Start Rivo in the browser (what `rivo` alone does); Ctrl+C stops it.");
+  ServeCommand::Options serveOptions;
+  serve->add_option("--port", serveOptions.port, "port to listen on (default: a free one)")
+      ->check(CLI::Range(0, 65535));
+  serve->add_option("--listen", serveOptions.listen,
+                    "address to listen on (default 127.0.0.1; 0.0.0.0 lets a phone on the "
+                    "network in)");
+  bool noBrowser = false;
+  serve->add_flag("--no-browser", noBrowser, "don't open the browser");
+  // For tests: every job waits this long under its spinner; the idle time before saving.
+  serve->add_option("--job-delay", serveOptions.jobDelay)->group("");
+  serve->add_option("--idle-save", serveOptions.idleSeconds)->group("");
   CLI::App* init = cli.add_subcommand("init", "Create what is missing; print the collection path.");
   CLI::App* check = cli.add_subcommand("check", "Check and repair the database, then optimize it.");
   CLI::App* mediaCheck = cli.add_subcommand(
@@ -254,7 +260,9 @@ int CommandLine::main(int argc, char** argv) {
       return withApp(s, true,
                      [](AppDelegate& app) { std::printf("%s\n", app.col()->path().c_str()); });
     }
-    std::string problem = checkDataDir(s.data, !explicitData);
+    // The application makes a data folder it is pointed at; the other commands need one.
+    bool serving = cli.get_subcommands().empty() || serve->parsed();
+    std::string problem = checkDataDir(s.data, serving || !explicitData);
     if (!problem.empty()) return fail(problem);
     if (check->parsed()) return withApp(s, false, runCheck);
     if (mediaCheck->parsed()) return withApp(s, false, runMediaCheck);
@@ -268,7 +276,10 @@ int CommandLine::main(int argc, char** argv) {
       return withApp(s, false, [&](AppDelegate& app) {
         runStudy(app, study->count("--deck") ? &studyDeck : nullptr);
       });
-    return withApp(s, false, printSummary);
+    serveOptions.dataDir = s.data;
+    serveOptions.profile = s.profile;
+    serveOptions.openBrowser = !noBrowser;
+    return ServeCommand::run(serveOptions);
   } catch (const std::exception& e) {
     return fail(e.what());
   }

@@ -1,0 +1,143 @@
+#pragma once
+// The Ui of the browser front end. It keeps what every open tab must show (the top screen,
+// the open alerts, the popup, the web pages) and sends each change to every tab's event
+// stream; what a tab reports comes back through handleEvent() and is acted on on the main
+// loop. Several tabs show the same state, and an alert answered in one is gone in all.
+//
+// Threads: the Ui calls and web-view calls come on the main loop. connect(), disconnect(),
+// Client::next(), handleEvent() and evalResult() come on the HTTP server's threads. `_m`
+// guards the shown state, the clients and the pending script calls; the alerts' callbacks
+// and the web views by id belong to the main loop alone.
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "app/Timer.h"
+#include "app/Ui.h"
+
+namespace rivo {
+
+class AppDelegate;
+class BrowserWebView;
+
+class BrowserBridge : public Ui {
+ public:
+  // One tab's event stream: messages in "event: NAME\ndata: JSON\n\n" form.
+  class Client {
+   public:
+    // The next message, waiting at most `timeout` seconds; false when none came (or the
+    // stream is closed).
+    bool next(std::string& message, double timeout);
+    bool closed() const;
+
+   private:
+    friend class BrowserBridge;
+    mutable std::mutex _m;
+    std::condition_variable _cv;
+    std::deque<std::string> _queue;
+    bool _closed = false;
+    void _push(std::string message);
+    void _close();
+  };
+
+  enum class Result { ok, badRequest, stale, busy, unavailable };
+
+  struct Options {
+    // Tabs at once; more are refused.
+    size_t maxClients = 8;
+    // With no tab open this long, the program saves as it does when put in the background.
+    double idleSeconds = 20;
+    // How long a script in a web view may take to answer.
+    double evalTimeout = 2;
+  };
+
+  BrowserBridge() : BrowserBridge(Options()) {}
+  explicit BrowserBridge(Options options) : _options(options) {}
+  ~BrowserBridge() override;
+
+  // Before launch: the application whose main loop takes the events.
+  void attach(AppDelegate& app);
+  // Ends every stream and refuses new ones; script calls waiting give up.
+  void close();
+
+  // A new tab: its stream starts with the whole state. Null when too many are open.
+  std::shared_ptr<Client> connect();
+  void disconnect(const std::shared_ptr<Client>& client);
+  size_t clientCount() const;
+
+  // A tab's report, as parsed JSON. Checked here, then acted on on the main loop.
+  Result handleEvent(const Json& event);
+
+  // Ui
+  void showAlert(const std::string& title, const std::string& text) override;
+  void askQuestion(const std::string& title, const std::string& text,
+                   const std::string& cancelButton, const std::string& otherButton,
+                   std::function<void(int)> answered) override;
+  void askText(const std::string& title, const std::string& text, std::vector<TextField> fields,
+               const std::string& cancelButton, const std::string& otherButton,
+               std::function<void(int, std::vector<std::string>)> answered) override;
+  void showActionSheet(const std::string& title, const std::vector<std::string>& buttons,
+                       const std::string& cancelButton, std::function<void(int)> chosen) override;
+  void showPopupView(const std::string& text, bool activity) override;
+  void setPopupText(const std::string& text) override;
+  void hidePopupView() override;
+  void showScreen(const Json& screen) override;
+  std::unique_ptr<WebView> makeWebView() override;
+  void setTint(const std::string& tint) override;
+
+  // For BrowserWebView, on the main loop.
+  void _loadWebPage(BrowserWebView& view, const std::string& html, const std::string& baseUrl);
+  std::string _evaluate(BrowserWebView& view, const std::string& script);
+  void _forgetWebView(BrowserWebView& view);
+
+  // The state as a new tab gets it, for tests.
+  Json snapshot() const;
+
+ private:
+  using AlertCallback = std::function<void(int, std::vector<std::string>)>;
+  struct PendingEval {
+    bool done = false;
+    std::string result;
+  };
+
+  void _openAlert(Json alert, AlertCallback callback);
+  Result _onMain(const Json& event);
+  Result _answerAlert(const Json& event);
+  Result _webEvent(const Json& event);
+  // Sends to every tab; `_m` held.
+  void _broadcast(const std::string& name, const Json& data);
+  static std::string _message(const std::string& name, const Json& data);
+  void _clientsChanged(size_t count);
+
+  Options _options;
+  AppDelegate* _app = nullptr;
+
+  mutable std::mutex _m;
+  std::condition_variable _evalCv;
+  Json _screen;
+  std::vector<Json> _alerts;
+  Json _popup;
+  std::string _tint;
+  std::map<std::string, Json> _webPages;
+  std::vector<std::shared_ptr<Client>> _clients;
+  std::map<uint64_t, std::shared_ptr<PendingEval>> _evals;
+  uint64_t _nextEval = 1;
+  bool _closed = false;
+
+  // Main loop only.
+  std::map<uint64_t, AlertCallback> _alertCallbacks;
+  uint64_t _nextAlert = 1;
+  std::map<std::string, BrowserWebView*> _webViews;
+  uint64_t _nextWebView = 1;
+  std::shared_ptr<Timer> _idleTimer;
+  bool _inBackground = false;
+};
+
+}  // namespace rivo

@@ -1,0 +1,62 @@
+#pragma once
+// The HTTP side of the browser front end (cpp-httplib): the page, its event stream and the
+// events it posts. Every request must carry this run's secret (as the cookie the first visit
+// with the secret in the URL sets), a Host that names the address listened on (no DNS
+// rebinding) and, when it has an Origin, our own; anything else gets 403 and changes nothing.
+//
+// Threads: start() and stop() from one thread; requests are served on the server's pool,
+// which calls only the BrowserBridge.
+
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace httplib {
+class Server;
+struct Request;
+struct Response;
+}  // namespace httplib
+
+namespace rivo {
+
+class BrowserBridge;
+
+class WebServer {
+ public:
+  struct Options {
+    std::string host = "127.0.0.1";
+    int port = 0;  // 0: a free port
+    // Given for tests; a random one otherwise.
+    std::string secret;
+  };
+
+  WebServer(BrowserBridge& bridge, Options options);
+  ~WebServer();
+  WebServer(const WebServer&) = delete;
+  WebServer& operator=(const WebServer&) = delete;
+
+  // Binds and serves on a thread of its own. Raises AppError when the address can't be had.
+  void start();
+  void stop();
+
+  int port() const { return _port; }
+  // The address to open once: it carries the secret.
+  std::string url() const;
+  const std::string& secret() const { return _secret; }
+  std::string cookieName() const;
+
+ private:
+  bool _allowed(const httplib::Request& req) const;
+  bool _hostAllowed(const std::string& host) const;
+  void _routes();
+  void _serveResource(const std::string& name, const char* type, httplib::Response& res) const;
+
+  BrowserBridge& _bridge;
+  Options _options;
+  std::string _secret;
+  int _port = 0;
+  std::unique_ptr<httplib::Server> _server;
+  std::thread _thread;
+};
+
+}  // namespace rivo
