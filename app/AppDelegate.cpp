@@ -173,7 +173,8 @@ std::string AppDelegate::runningInstanceAddress(const std::string& dataDir) {
     char buffer[1024];
     ssize_t n = ::pread(fd, buffer, sizeof buffer, 0);
     if (n > 0) address.assign(buffer, static_cast<size_t>(n));
-    while (!address.empty() && (address.back() == '\n' || address.back() == '\0')) address.pop_back();
+    while (!address.empty() && (address.back() == '\n' || address.back() == '\0'))
+      address.pop_back();
   }
   ::close(fd);
   return address;

@@ -115,8 +115,7 @@ void ConsoleUi::askText(const std::string& title, const std::string& text,
 }
 
 void ConsoleUi::showActionSheet(const std::string& title, const std::vector<std::string>& buttons,
-                                const std::string& cancelButton,
-                                std::function<void(int)> chosen) {
+                                const std::string& cancelButton, std::function<void(int)> chosen) {
   (void)title, (void)buttons, (void)cancelButton;
   chosen(-1);
 }

@@ -30,7 +30,7 @@ void DeckConfViewController::viewWillAppear() {
   Json* deck = dm.current();
   Json* conf = dm.confForDid((*deck)["id"]);
   _deckName = deck->value("name", std::string());
-  _dyn = conf->value("dyn", Json(0)) != Json(0);
+  _dyn = dm.isDyn((*deck)["id"]);
   _newPerDay = std::to_string(jsonInt((*conf)["new"]["perDay"]));
   _revPerDay = std::to_string(jsonInt((*conf)["rev"]["perDay"]));
   _filled = true;

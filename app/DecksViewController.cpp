@@ -130,8 +130,9 @@ DecksViewController::Loaded DecksViewController::_loadDecks(Col& col, const Prof
     // A top-level row; one whose parent is missing shows under its full name.
     entry->name = fullname;
     if (fullname == defaultName && out.deckNames.size() > 1) {
-      bool hasChildren = std::any_of(out.deckNames.begin(), out.deckNames.end(),
-                                     [&](const std::string& n) { return n.rfind(fullname + kSep, 0) == 0; });
+      bool hasChildren =
+          std::any_of(out.deckNames.begin(), out.deckNames.end(),
+                      [&](const std::string& n) { return n.rfind(fullname + kSep, 0) == 0; });
       // An unused default deck stays out of the list.
       if (!hasChildren && !col.db()->scalar("select 1 from cards where did = 1")) continue;
     }
@@ -188,7 +189,8 @@ Screen DecksViewController::describe() {
       row.text = entry->name;
       row.indent = entry->indent;
       if (!entry->children.empty())
-        row.accessory = entry->expanded ? Screen::Accessory::expanded : Screen::Accessory::collapsed;
+        row.accessory =
+            entry->expanded ? Screen::Accessory::expanded : Screen::Accessory::collapsed;
       auto stats = _loaded.deckStats.find(entry->fullname);
       if (stats != _loaded.deckStats.end()) {
         row.counts = {{_thousandPlus(stats->second[0]), "review"},

@@ -47,7 +47,8 @@ void SettingsMetadataSource::_configurationFromPList() {
     if (spec.contains("Key") && spec["Key"].is_string()) {
       std::string key = spec["Key"].get<std::string>();
       Json value = _settings.objectForKey(key);
-      if (value.is_null() || value == Json("")) _settings.setObject(spec.value("DefaultValue", Json("")), key);
+      if (value.is_null() || value == Json(""))
+        _settings.setObject(spec.value("DefaultValue", Json("")), key);
     }
   }
   if (page.contains("TitleKey") && page["TitleKey"].is_string())

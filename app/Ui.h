@@ -36,11 +36,10 @@ class Ui {
                            std::function<void(int buttonIndex)> answered) = 0;
 
   // The same with text fields; `answered` also gets the fields' texts, in order.
-  virtual void askText(const std::string& title, const std::string& text,
-                       std::vector<TextField> fields, const std::string& cancelButton,
-                       const std::string& otherButton,
-                       std::function<void(int buttonIndex, std::vector<std::string> texts)>
-                           answered) = 0;
+  virtual void askText(
+      const std::string& title, const std::string& text, std::vector<TextField> fields,
+      const std::string& cancelButton, const std::string& otherButton,
+      std::function<void(int buttonIndex, std::vector<std::string> texts)> answered) = 0;
 
   // A choice among `buttons`; `chosen` gets the index into them, or -1 for the cancel button
   // (or the sheet being dismissed).

@@ -29,8 +29,7 @@ bool wellFormed(const Json& e) {
   int targets = e.contains("screen") + e.contains("alert") + e.contains("web");
   if (targets != 1) return false;
   if (e.contains("screen")) {
-    static const std::vector<std::string> elements = {"row", "button", "title", "refresh",
-                                                      "back"};
+    static const std::vector<std::string> elements = {"row", "button", "title", "refresh", "back"};
     if (!isId(e, "screen") || !isShortString(e, "element", 16)) return false;
     if (std::find(elements.begin(), elements.end(), e["element"]) == elements.end()) return false;
     if (e.contains("id") && !isShortString(e, "id")) return false;
@@ -118,8 +117,11 @@ Json BrowserBridge::snapshot() const {
   std::lock_guard lock(_m);
   Json web = Json::object();
   for (const auto& [id, page] : _webPages) web[id] = page;
-  return Json{{"screen", _screen}, {"alerts", _alerts},  {"popup", _popup},
-              {"tint", _tint},     {"web", std::move(web)}};
+  return Json{{"screen", _screen},
+              {"alerts", _alerts},
+              {"popup", _popup},
+              {"tint", _tint},
+              {"web", std::move(web)}};
 }
 
 std::shared_ptr<BrowserBridge::Client> BrowserBridge::connect() {
@@ -226,8 +228,8 @@ BrowserBridge::Result BrowserBridge::_answerAlert(const Json& event) {
   size_t fields = 0;
   {
     std::lock_guard lock(_m);
-    auto it = std::find_if(_alerts.begin(), _alerts.end(),
-                           [id](const Json& a) { return a["id"] == id; });
+    auto it =
+        std::find_if(_alerts.begin(), _alerts.end(), [id](const Json& a) { return a["id"] == id; });
     if (it == _alerts.end()) return Result::stale;
     int buttons = static_cast<int>((*it)["buttons"].size());
     int lowest = (*it)["style"] == "sheet" ? -1 : 0;
@@ -256,9 +258,9 @@ BrowserBridge::Result BrowserBridge::_webEvent(const Json& event) {
     delegate->didFinishLoad(view);
   } else {
     bool link = event.value("navigation", std::string()) == "link";
-    delegate->shouldStartLoad(view, event["url"].get<std::string>(),
-                              link ? WebView::NavigationType::linkClicked
-                                   : WebView::NavigationType::other);
+    delegate->shouldStartLoad(
+        view, event["url"].get<std::string>(),
+        link ? WebView::NavigationType::linkClicked : WebView::NavigationType::other);
   }
   return Result::ok;
 }
@@ -277,22 +279,21 @@ void BrowserBridge::_openAlert(Json alert, AlertCallback callback) {
 }
 
 void BrowserBridge::showAlert(const std::string& title, const std::string& text) {
-  _openAlert({{"style", "alert"}, {"title", title}, {"text", text}, {"buttons", {"OK"}},
-              {"cancel", 0}},
-             nullptr);
+  _openAlert(
+      {{"style", "alert"}, {"title", title}, {"text", text}, {"buttons", {"OK"}}, {"cancel", 0}},
+      nullptr);
 }
 
 void BrowserBridge::askQuestion(const std::string& title, const std::string& text,
                                 const std::string& cancelButton, const std::string& otherButton,
                                 std::function<void(int)> answered) {
-  _openAlert({{"style", "alert"},
-              {"title", title},
-              {"text", text},
-              {"buttons", {cancelButton, otherButton}},
-              {"cancel", 0}},
-             [answered = std::move(answered)](int button, std::vector<std::string>) {
-               answered(button);
-             });
+  _openAlert(
+      {{"style", "alert"},
+       {"title", title},
+       {"text", text},
+       {"buttons", {cancelButton, otherButton}},
+       {"cancel", 0}},
+      [answered = std::move(answered)](int button, std::vector<std::string>) { answered(button); });
 }
 
 void BrowserBridge::askText(const std::string& title, const std::string& text,

@@ -1,9 +1,9 @@
 #include "shell/ServeCommand.h"
 
-#include <ifaddrs.h>
-#include <netinet/in.h>
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <ifaddrs.h>
+#include <netinet/in.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>

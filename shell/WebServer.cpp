@@ -162,8 +162,8 @@ void WebServer::_routes() {
     if (req.method == "GET" && req.path == "/" && req.has_param("k") &&
         _hostAllowed(req.get_header_value("Host")) &&
         sameSecret(req.get_param_value("k"), _secret)) {
-      res.set_header("Set-Cookie", cookieName() + "=" + _secret +
-                                       "; HttpOnly; SameSite=Strict; Path=/");
+      res.set_header("Set-Cookie",
+                     cookieName() + "=" + _secret + "; HttpOnly; SameSite=Strict; Path=/");
       res.set_redirect("/", 303);
       return httplib::Server::HandlerResponse::Handled;
     }

@@ -1,0 +1,182 @@
+#include "app/DecksViewController.h"
+
+#include "app/Preferences.h"
+#include "app/ProfileManager.h"
+#include "librivo/Clock.h"
+#include "librivo/Col.h"
+#include "librivo/DB.h"
+#include "librivo/DeckManager.h"
+#include "tests/app/ScreenFixture.h"
+
+namespace rivo {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+class DecksViewControllerTest : public test::ScreenFixture {
+ protected:
+  DeckManager& decks() { return app->col()->decks(); }
+  Id make(const std::string& name) { return decks().getID(name); }
+  // A new card in the deck, enough for the counts and the default deck's rule.
+  void addCard(Id did, int64_t id) {
+    app->col()->db()->execute(
+        "insert into cards values (?, 1, ?, 0, 0, -1, 0, 0, ?, 0, 0, 0, 0, 0, 0, 0, 0, '')",
+        {id, did, id});
+  }
+  void reload() {
+    app->dvc()->loadDecks();
+    settle();
+  }
+};
+
+TEST_F(DecksViewControllerTest, TheDefaultDeckHidesOnlyWhenUnusedBesideOthers) {
+  EXPECT_EQ(rowIds(), Strings{"Default"});
+  EXPECT_EQ(ui.screen["title"], "Decks");
+
+  make("Spanish");
+  reload();
+  EXPECT_EQ(rowIds(), Strings{"Spanish"});
+
+  addCard(1, 100);
+  reload();
+  EXPECT_EQ(rowIds(), (Strings{"Default", "Spanish"}));
+
+  app->col()->db()->execute("delete from cards");
+  make("Default::Verbs");
+  reload();
+  EXPECT_EQ(rowIds(), (Strings{"Default", "Spanish"}));
+}
+
+TEST_F(DecksViewControllerTest, ExpansionIsKeptAcrossRestartsAndByProfile) {
+  make("A::B::C");
+  make("A::Bee");
+  make("X");
+  reload();
+  EXPECT_EQ(rowIds(), (Strings{"A", "X"}));
+  EXPECT_EQ(row("A")["accessory"], "collapsed");
+  EXPECT_FALSE(row("X").contains("accessory"));
+
+  EXPECT_TRUE(send("row", "A", "toggle"));
+  EXPECT_TRUE(send("row", "A::B", "toggle"));
+  EXPECT_EQ(rowIds(), (Strings{"A", "A::B", "A::B::C", "A::Bee", "X"}));
+  EXPECT_EQ(row("A::B::C")["indent"], 2);
+  EXPECT_EQ(row("A::B::C")["text"], "C");
+  EXPECT_TRUE(send("row", "A", "toggle"));
+  EXPECT_EQ(rowIds(), (Strings{"A", "X"}));
+  EXPECT_TRUE(send("row", "A", "toggle"));
+  launch();
+  EXPECT_EQ(rowIds(), (Strings{"A", "A::B", "A::B::C", "A::Bee", "X"}));
+  app->pm().create("Other");
+  Preferences stored(dir.file("data/Preferences.json"));
+  EXPECT_TRUE(stored.boolForKey("User 1_expandedStateForA::B"));
+  EXPECT_FALSE(stored.hasKey("Other_expandedStateForA"));
+
+  // Events for rows that are gone, or that can't toggle, change nothing.
+  EXPECT_FALSE(send("row", "Gone", "select"));
+  EXPECT_FALSE(send("row", "X", "toggle"));
+  EXPECT_FALSE(
+      app->nc()->dispatch(ui.screen["id"].get<uint64_t>() + 100, {"row", "A", "toggle", {}}));
+}
+
+TEST_F(DecksViewControllerTest, CountsAndFilteredDecks) {
+  Id did = make("Big");
+  for (int i = 0; i < 1200; ++i) addCard(did, 1000 + i);
+  Json* conf = decks().confForDid(Json(did));
+  (*conf)["new"]["perDay"] = 999;
+  decks().save(conf);
+  decks().newDyn("Cram");
+  reload();
+  Json counts = row("Big")["counts"];
+  EXPECT_EQ(counts[0]["text"], "0");
+  EXPECT_EQ(counts[1]["text"], "999");
+  EXPECT_EQ(row("Cram")["tone"], "filtered");
+  EXPECT_EQ(DecksViewController::_thousandPlus(1000), "1000+");
+  EXPECT_EQ(DecksViewController::_thousandPlus(5000), "1000+");
+}
+
+TEST_F(DecksViewControllerTest, RenameAndAddRefuseWithTheirMessages) {
+  make("Spanish");
+  make("French");
+  reload();
+  auto rename = [&](const std::string& from, const std::string& to) {
+    ui.events.clear();
+    send("row", from, "menu");
+    EXPECT_EQ(ui.events.at(0),
+              "text:Rename Deck|Enter new deck name:|[" + from + "]|Cancel|Rename");
+    ui.type(to);
+    settle();
+    return ui.events.size() > 1 ? ui.events.at(1) : "";
+  };
+  EXPECT_EQ(rename("Spanish", ""), "alert:Need Deck Name|Cannot rename a deck without a name.");
+  EXPECT_EQ(rename("Spanish", "French"), "alert:Deck Exists|A deck with that name already exists.");
+  EXPECT_EQ(rename("Spanish", "A::"), "alert:|Invalid deck name.");
+  EXPECT_EQ(rename("Spanish", "Languages::Spanish"), "spinner:Checking...");
+  EXPECT_EQ(rowIds(), (Strings{"French", "Languages"}));
+  // Below itself: the registry refuses, and the user is told, not the program ended.
+  EXPECT_EQ(rename("Languages", "Languages::Spanish::Old").rfind("alert:", 0), 0u);
+
+  auto add = [&](const std::string& name) {
+    ui.events.clear();
+    send("button", "addExport");
+    EXPECT_EQ(ui.events.at(0), "sheet:Add/Export|Add Empty Deck|Cancel");
+    ui.sheetAnswers.back()(0);
+    ui.type(name);
+    settle();
+    return ui.events.size() > 2 ? ui.events.at(2) : "";
+  };
+  EXPECT_EQ(add(""), "alert:Need Deck Name|Cannot create a deck without a name.");
+  EXPECT_EQ(add("French"), "alert:Deck Exists|A deck with that name already exists.");
+  EXPECT_EQ(add("::"), "alert:|Invalid deck name.");
+  add("German");
+  EXPECT_EQ(rowIds(), (Strings{"French", "German", "Languages"}));
+  EXPECT_EQ(decks().current()->value("name", ""), "German");
+}
+
+TEST_F(DecksViewControllerTest, DeleteRules) {
+  Id spanish = make("Spanish");
+  addCard(spanish, 100);
+  addCard(1, 101);
+  decks().newDyn("Cram");
+  reload();
+  send("row", "Default", "delete");
+  EXPECT_EQ(ui.events.back(), "alert:Cannot delete|The default deck cannot be deleted.");
+
+  send("row", "Cram", "delete");  // filtered: at once
+  EXPECT_EQ(rowIds(), (Strings{"Default", "Spanish"}));
+
+  ui.events.clear();
+  send("row", "Spanish", "delete");
+  EXPECT_EQ(ui.events.back(), "ask:Confirm|Are you sure you wish to delete this deck?|No|Yes");
+  ui.answers.back()(1);
+  settle();
+  EXPECT_EQ(rowIds(), Strings{"Default"});
+  EXPECT_EQ(app->col()->db()->scalarInt("select count() from cards"), 1);
+}
+
+TEST_F(DecksViewControllerTest, SelectingOpensTheDeckAndReloadsAfterAnHourOnResume) {
+  make("Spanish");
+  reload();
+  EXPECT_TRUE(send("row", "Spanish", "select"));
+  EXPECT_EQ(app->nc()->depth(), 2u);
+  EXPECT_EQ(ui.screen["title"], "Spanish");
+  EXPECT_EQ(ui.screen["back"], "Decks");
+  EXPECT_TRUE(send("row", "new", "change", "35 cards"));
+  EXPECT_TRUE(send("back"));
+  EXPECT_EQ(jsonInt((*decks().confForDid(Json(decks().selected())))["new"]["perDay"]), 35);
+
+  // On resume, a load only when the last is more than an hour old.
+  Clock::Override clock(2e9);
+  reload();
+  ui.events.clear();
+  clock.advance(3600);
+  app->onResume();
+  settle();
+  EXPECT_TRUE(ui.events.empty());
+  clock.advance(1);
+  app->onResume();
+  settle();
+  EXPECT_EQ(ui.events, (Strings{"spinner:Checking...", "hide"}));
+}
+
+}  // namespace
+}  // namespace rivo

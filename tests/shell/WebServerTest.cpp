@@ -1,0 +1,190 @@
+// The HTTP layer in-process: what gets through, what is refused, and that a refusal changes
+// nothing. Requests run on a thread of their own while the test pumps the main loop.
+#include "shell/WebServer.h"
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <chrono>
+#include <future>
+
+#include "app/AppDelegate.h"
+#include "app/NavigationController.h"
+#include "shell/BrowserBridge.h"
+#include "tests/support/TempDir.h"
+
+namespace rivo {
+namespace {
+
+using namespace std::chrono_literals;
+
+class WebServerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    AppDelegate::Options o;
+    o.dataDir = dir.file("data");
+    o.handleSignals = false;
+    o.screens = true;
+    app = std::make_unique<AppDelegate>(bridge, o);
+    bridge.attach(*app);
+    app->launch();
+    // The deck list's first load, so that its spinner doesn't come up in the middle of a test.
+    app->dispatch().main().runUntil(
+        [&] {
+          return !bridge.snapshot()["screen"]["sections"].empty() &&
+                 !bridge.snapshot()["popup"].is_object();
+        },
+        10s);
+    server = std::make_unique<WebServer>(bridge, WebServer::Options{"127.0.0.1", 0, "s3cret"});
+    server->start();
+    host = "127.0.0.1:" + std::to_string(server->port());
+    cookie = server->cookieName() + "=s3cret";
+  }
+  void TearDown() override {
+    bridge.close();
+    app->dispatch().shutdown();
+    server->stop();
+  }
+
+  // Runs the request off the main thread, serving the main loop meanwhile.
+  template <class F>
+  auto request(F f) {
+    auto result = std::async(std::launch::async, f);
+    app->dispatch().main().runUntil(
+        [&] { return result.wait_for(0s) == std::future_status::ready; }, 10s);
+    return result.get();
+  }
+  httplib::Result get(const std::string& path, httplib::Headers headers) {
+    return request([&] {
+      httplib::Client c("127.0.0.1", server->port());
+      return c.Get(path.c_str(), headers);
+    });
+  }
+  int post(const std::string& body, httplib::Headers headers,
+           const char* type = "application/json") {
+    return request([&] {
+      httplib::Client c("127.0.0.1", server->port());
+      auto r = c.Post("/event", headers, body, type);
+      return r ? r->status : -1;
+    });
+  }
+  httplib::Headers ours() const { return {{"Host", host}, {"Cookie", cookie}}; }
+  int post(const Json& event) { return post(event.dump(), ours()); }
+  uint64_t screenId() const { return bridge.snapshot()["screen"]["id"].get<uint64_t>(); }
+  Json alerts() const { return bridge.snapshot()["alerts"]; }
+
+  test::SavedEnv tmpdir{"TMPDIR"};
+  test::TempDir dir;
+  BrowserBridge bridge;
+  std::unique_ptr<AppDelegate> app;
+  std::unique_ptr<WebServer> server;
+  std::string host, cookie;
+};
+
+TEST_F(WebServerTest, TheSecretBecomesACookieAndNothingGetsInWithoutIt) {
+  auto r = get("/?k=s3cret", {{"Host", host}});
+  ASSERT_TRUE(r);
+  EXPECT_EQ(r->status, 303);
+  EXPECT_EQ(r->get_header_value("Location"), "/");
+  EXPECT_EQ(r->get_header_value("Set-Cookie"),
+            server->cookieName() + "=s3cret; HttpOnly; SameSite=Strict; Path=/");
+  EXPECT_EQ(get("/", ours())->status, 200);
+  EXPECT_EQ(get("/rivo.js", ours())->status, 200);
+
+  uint64_t screen = screenId();
+  Json tap{{"screen", screen}, {"element", "title"}};
+  const std::vector<std::pair<std::string, httplib::Headers>> refused = {
+      {"no secret", {{"Host", host}}},
+      {"wrong secret", {{"Host", host}, {"Cookie", server->cookieName() + "=s3creT"}}},
+      {"another program's cookie", {{"Host", host}, {"Cookie", "rivo-1=s3cret"}}},
+      {"foreign Host",
+       {{"Host", "evil.example:" + std::to_string(server->port())}, {"Cookie", cookie}}},
+      {"other port", {{"Host", "127.0.0.1:1"}, {"Cookie", cookie}}},
+      {"foreign Origin", {{"Host", host}, {"Cookie", cookie}, {"Origin", "http://evil.example"}}},
+      {"sandboxed frame", {{"Host", host}, {"Cookie", cookie}, {"Origin", "null"}}},
+  };
+  for (const auto& [why, headers] : refused) {
+    EXPECT_EQ(get("/", headers)->status, 403) << why;
+    EXPECT_EQ(get("/events", headers)->status, 403) << why;
+    EXPECT_EQ(post(tap.dump(), headers), 403) << why;
+  }
+  EXPECT_EQ(get("/?k=wrong", {{"Host", host}})->status, 403);
+  EXPECT_EQ(get("/?k=s3cret", {{"Host", "evil.example:" + std::to_string(server->port())}})->status,
+            403);
+  // None of them opened the profiles.
+  EXPECT_EQ(app->nc()->depth(), 1u);
+  EXPECT_EQ(post(tap.dump(), {{"Host", host}, {"Cookie", cookie}, {"Origin", "http://" + host}}),
+            200);
+  EXPECT_EQ(app->nc()->depth(), 2u);
+}
+
+TEST_F(WebServerTest, MalformedAndStaleEventsAreRefusedAndChangeNothing) {
+  uint64_t screen = screenId();
+  const std::vector<std::string> malformed = {
+      "not json",
+      "[1, 2]",
+      "{}",
+      "null",
+      R"({"screen": 1, "alert": 1, "element": "title", "button": 0})",
+      R"({"screen": "1", "element": "title"})",
+      R"({"screen": -3, "element": "title"})",
+      R"({"screen": 1, "element": "explode"})",
+      R"({"screen": 1, "element": "row", "id": 5})",
+      R"({"alert": 1, "button": "OK"})",
+      R"({"alert": 1, "button": 0, "texts": [1]})",
+      R"({"web": "w1", "kind": "result", "call": 1})",
+      R"({"screen": 1, "element": "row", "value": [[[[[[[[[[[[1]]]]]]]]]]]]})",
+  };
+  for (const std::string& body : malformed) EXPECT_EQ(post(body, ours()), 400) << body;
+  EXPECT_EQ(post(Json{{"screen", screen}, {"element", "title"}}.dump(), ours(), "text/plain"), 400);
+  EXPECT_EQ(post(std::string(300 * 1024, ' '), ours()), 413);
+
+  // A screen that is gone, a row that isn't there, a button no screen has.
+  EXPECT_EQ(post({{"screen", screen + 1000}, {"element", "title"}}), 409);
+  EXPECT_EQ(post({{"screen", screen}, {"element", "row"}, {"id", "Nope"}, {"kind", "select"}}),
+            409);
+  EXPECT_EQ(post({{"screen", screen}, {"element", "button"}, {"id", "nope"}}), 409);
+  EXPECT_EQ(app->nc()->depth(), 1u);
+  EXPECT_EQ(screenId(), screen);
+}
+
+TEST_F(WebServerTest, AnAlertIsAnsweredOnceAndInputWaitsForTheSpinner) {
+  // The welcome of the first run is open.
+  ASSERT_EQ(alerts().size(), 1u);
+  uint64_t welcome = alerts()[0]["id"];
+  EXPECT_EQ(post({{"alert", welcome}, {"button", 1}}), 400);  // it has one button
+  EXPECT_EQ(alerts().size(), 1u);
+  EXPECT_EQ(post({{"alert", welcome}, {"button", 0}}), 200);
+  EXPECT_EQ(post({{"alert", welcome}, {"button", 0}}), 409);  // a second tab, or a double click
+  EXPECT_TRUE(alerts().empty());
+
+  int answers = 0;
+  app->askUser("Sure?", "", [&](bool) { ++answers; });
+  uint64_t question = alerts()[0]["id"];
+  app->showSpinner("Working...");
+  EXPECT_EQ(post({{"alert", question}, {"button", 1}}), 409);
+  EXPECT_EQ(post({{"screen", screenId()}, {"element", "title"}}), 409);
+  app->hideSpinner();
+  EXPECT_EQ(post({{"alert", question}, {"button", 1}, {"texts", Json::array()}}), 200);
+  EXPECT_EQ(post({{"alert", question}, {"button", 1}}), 409);
+  EXPECT_EQ(answers, 1);
+}
+
+TEST_F(WebServerTest, ATabGetsTheWholeStateFirst) {
+  std::string first = request([&] {
+    std::string received;
+    httplib::Client c("127.0.0.1", server->port());
+    c.Get("/events", ours(), [&](const char* data, size_t n) {
+      received.append(data, n);
+      return received.find("\n\n") == std::string::npos;
+    });
+    return received;
+  });
+  ASSERT_EQ(first.rfind("event: state\ndata: ", 0), 0u) << first;
+  Json state = Json::parse(first.substr(first.find('{')));
+  EXPECT_EQ(state["screen"]["title"], "Decks");
+  EXPECT_EQ(state["alerts"][0]["title"], "Welcome!");
+}
+
+}  // namespace
+}  // namespace rivo
