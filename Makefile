@@ -7,7 +7,7 @@ JOBS       ?= $(shell nproc)
 DEB_PACKAGES := build-essential cmake ninja-build pkg-config clang-format ccache \
   libsqlite3-dev zlib1g-dev libminizip-dev libicu-dev nlohmann-json3-dev libssl-dev \
   libcurl4-openssl-dev libcpp-httplib-dev libcli11-dev libjs-jquery libjs-jquery-flot \
-  libgtest-dev libgmock-dev libbenchmark-dev sqlite3
+  libgtest-dev libgmock-dev libbenchmark-dev sqlite3 chromium
 
 # ccache shares compiled objects between builds and checkouts: paths are hashed
 # relative to the checkout, so two worktrees of the project reuse each other's work.
@@ -23,11 +23,16 @@ all: build
 setup:
 	@missing=$$(for p in $(DEB_PACKAGES); do \
 	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; done); \
+	command -v npm >/dev/null || missing="$$missing nodejs npm"; \
 	if [ -n "$$missing" ]; then \
 	  echo "Installing: $$missing"; \
 	  $(SUDO) apt-get update -qq && \
 	  DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq $$missing; \
 	fi
+
+# The browser tests' packages, exactly as the lockfile says.
+node_modules/.package-lock.json: package.json package-lock.json | setup
+	npm ci --no-audit --no-fund --loglevel=error
 
 $(BUILD)/build.ninja:
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -41,7 +46,7 @@ build: setup $(BUILD)/build.ninja
 build-asan: setup $(ASAN_BUILD)/build.ninja
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 
-test: build build-asan
+test: build build-asan node_modules/.package-lock.json
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	  ctest --output-on-failure -j $(JOBS)

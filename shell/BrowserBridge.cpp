@@ -208,9 +208,11 @@ BrowserBridge::Result BrowserBridge::handleEvent(const Json& event) {
 BrowserBridge::Result BrowserBridge::_onMain(const Json& event) {
   if (event.contains("web")) return _webEvent(event);
   {
-    // Input is frozen while a spinner or popup is up, as on the phone.
+    // Input is frozen while a spinner or popup is up, as on the phone, and an open alert
+    // keeps the screen below from being touched.
     std::lock_guard lock(_m);
     if (!_popup.is_null()) return Result::busy;
+    if (!event.contains("alert") && !_alerts.empty()) return Result::busy;
   }
   if (event.contains("alert")) return _answerAlert(event);
   NavigationController* nc = _app->nc();

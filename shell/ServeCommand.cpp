@@ -99,7 +99,7 @@ int ServeCommand::run(const Options& o) {
     if (!running.empty()) return _showRunning(running, o);
     throw;
   }
-  WebServer server(bridge, {o.listen, o.port, ""});
+  WebServer server(bridge, {o.listen, o.port, "", 5});
   server.start();
   std::string url = server.url();
   app.setInstanceAddress(url);

@@ -21,8 +21,6 @@ namespace {
 const size_t kThreads = 24;
 const size_t kMaxBody = 256 * 1024;
 const int kMaxDepth = 8;
-// Seconds between keep-alive comments on an idle event stream, which also find closed tabs.
-const double kHeartbeat = 15;
 
 std::string randomSecret() {
   unsigned char bytes[24];
@@ -190,9 +188,9 @@ void WebServer::_routes() {
     BrowserBridge* bridge = &_bridge;
     res.set_chunked_content_provider(
         "text/event-stream",
-        [client](size_t, httplib::DataSink& sink) {
+        [client, heartbeat = _options.heartbeat](size_t, httplib::DataSink& sink) {
           std::string message;
-          if (!client->next(message, kHeartbeat)) {
+          if (!client->next(message, heartbeat)) {
             if (client->closed()) return false;
             message = ": ping\n\n";
           }

@@ -28,6 +28,9 @@ class WebServer {
     int port = 0;  // 0: a free port
     // Given for tests; a random one otherwise.
     std::string secret;
+    // Seconds between keep-alive comments on an idle event stream; a write that fails is how
+    // a closed tab is noticed.
+    double heartbeat = 5;
   };
 
   WebServer(BrowserBridge& bridge, Options options);

@@ -178,13 +178,15 @@ function setScreen(screen) {
 function renderTable(screen) {
   const out = [];
   const sections = screen.sections || [];
+  // Rows of a tree keep their text in line whether or not they have a branch to open.
+  const tree = sections.some((s) => s.rows.some((r) => r.accessory === 'expanded' || r.accessory === 'collapsed'));
   if (!sections.some((s) => s.rows.length) && screen.emptyText) out.push(el('p', 'empty', screen.emptyText));
   for (const section of sections) {
     const group = el('section', 'group');
     if (section.title) group.append(el('h2', 'group-title', section.title));
     const list = el('ul', 'rows');
     list.setAttribute('role', 'list');
-    for (const row of section.rows) list.append(renderRow(row));
+    for (const row of section.rows) list.append(renderRow(row, tree));
     if (section.rows.length) group.append(list);
     if (section.footer) group.append(el('p', 'group-footer', section.footer));
     out.push(group);
@@ -192,7 +194,7 @@ function renderTable(screen) {
   return out;
 }
 
-function renderRow(row) {
+function renderRow(row, tree) {
   const li = el('li', 'row');
   li.dataset.id = row.id;
   li.tabIndex = -1;
@@ -210,7 +212,7 @@ function renderRow(row) {
     toggle.append(icon('chevron'));
     toggle.addEventListener('click', (e) => { e.stopPropagation(); sendScreen('row', row.id, 'toggle'); });
     li.append(toggle);
-  } else if ((row.indent || 0) > 0 || row.accessory === undefined) {
+  } else if (tree) {
     li.append(el('span', 'toggle-space'));
   }
   const text = el('span', 'row-text');

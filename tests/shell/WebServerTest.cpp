@@ -35,7 +35,7 @@ class WebServerTest : public ::testing::Test {
                  !bridge.snapshot()["popup"].is_object();
         },
         10s);
-    server = std::make_unique<WebServer>(bridge, WebServer::Options{"127.0.0.1", 0, "s3cret"});
+    server = std::make_unique<WebServer>(bridge, WebServer::Options{"127.0.0.1", 0, "s3cret", 0.1});
     server->start();
     host = "127.0.0.1:" + std::to_string(server->port());
     cookie = server->cookieName() + "=s3cret";
@@ -75,7 +75,7 @@ class WebServerTest : public ::testing::Test {
 
   test::SavedEnv tmpdir{"TMPDIR"};
   test::TempDir dir;
-  BrowserBridge bridge;
+  BrowserBridge bridge{{.maxClients = 8, .idleSeconds = 0.2, .evalTimeout = 1}};
   std::unique_ptr<AppDelegate> app;
   std::unique_ptr<WebServer> server;
   std::string host, cookie;
@@ -90,6 +90,7 @@ TEST_F(WebServerTest, TheSecretBecomesACookieAndNothingGetsInWithoutIt) {
             server->cookieName() + "=s3cret; HttpOnly; SameSite=Strict; Path=/");
   EXPECT_EQ(get("/", ours())->status, 200);
   EXPECT_EQ(get("/rivo.js", ours())->status, 200);
+  EXPECT_EQ(post({{"alert", alerts()[0]["id"]}, {"button", 0}}), 200);  // the welcome
 
   uint64_t screen = screenId();
   Json tap{{"screen", screen}, {"element", "title"}};
@@ -120,6 +121,9 @@ TEST_F(WebServerTest, TheSecretBecomesACookieAndNothingGetsInWithoutIt) {
 
 TEST_F(WebServerTest, MalformedAndStaleEventsAreRefusedAndChangeNothing) {
   uint64_t screen = screenId();
+  // The screen below an open alert can't be touched.
+  EXPECT_EQ(post({{"screen", screen}, {"element", "title"}}), 409);
+  EXPECT_EQ(post({{"alert", alerts()[0]["id"]}, {"button", 0}}), 200);
   const std::vector<std::string> malformed = {
       "not json",
       "[1, 2]",
@@ -159,18 +163,18 @@ TEST_F(WebServerTest, AnAlertIsAnsweredOnceAndInputWaitsForTheSpinner) {
   EXPECT_TRUE(alerts().empty());
 
   int answers = 0;
+  app->showSpinner("Working...");
+  EXPECT_EQ(post({{"screen", screenId()}, {"element", "title"}}), 409);
   app->askUser("Sure?", "", [&](bool) { ++answers; });
   uint64_t question = alerts()[0]["id"];
-  app->showSpinner("Working...");
   EXPECT_EQ(post({{"alert", question}, {"button", 1}}), 409);
-  EXPECT_EQ(post({{"screen", screenId()}, {"element", "title"}}), 409);
   app->hideSpinner();
   EXPECT_EQ(post({{"alert", question}, {"button", 1}, {"texts", Json::array()}}), 200);
   EXPECT_EQ(post({{"alert", question}, {"button", 1}}), 409);
   EXPECT_EQ(answers, 1);
 }
 
-TEST_F(WebServerTest, ATabGetsTheWholeStateFirst) {
+TEST_F(WebServerTest, ATabGetsTheWholeStateFirstAndTheLastTabGoneSavesAsInTheBackground) {
   std::string first = request([&] {
     std::string received;
     httplib::Client c("127.0.0.1", server->port());
@@ -184,6 +188,16 @@ TEST_F(WebServerTest, ATabGetsTheWholeStateFirst) {
   Json state = Json::parse(first.substr(first.find('{')));
   EXPECT_EQ(state["screen"]["title"], "Decks");
   EXPECT_EQ(state["alerts"][0]["title"], "Welcome!");
+
+  // The tab has gone: after the idle time the program saves and stops its timer, as when
+  // put in the background; a tab coming back starts it again.
+  EXPECT_TRUE(app->timerRunning());
+  app->dispatch().main().runUntil([&] { return !app->timerRunning(); }, 5s);
+  EXPECT_FALSE(app->timerRunning());
+  auto client = bridge.connect();
+  app->dispatch().main().runUntil([&] { return app->timerRunning(); }, 5s);
+  EXPECT_TRUE(app->timerRunning());
+  bridge.disconnect(client);
 }
 
 }  // namespace

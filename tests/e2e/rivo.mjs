@@ -1,0 +1,117 @@
+// What the browser tests share: starting `rivo serve` on a fresh data folder, Debian's
+// Chromium through playwright-core, and screenshots kept under the build folder.
+import { spawn, spawnSync } from 'node:child_process';
+import fs from 'node:fs';
+import os from 'node:os';
+import path from 'node:path';
+import { chromium } from 'playwright-core';
+
+const root = path.resolve(import.meta.dirname, '../..');
+export const RIVO = process.env.RIVO_BIN || path.join(root, 'build/rivo');
+export const RIVO_GEN = process.env.RIVO_GEN || path.join(root, 'build/rivo-gen');
+export const ARTIFACTS = process.env.RIVO_ARTIFACTS || path.join(root, 'build/e2e-artifacts');
+
+export function tempDir(prefix = 'rivo-e2e-') {
+  return fs.mkdtempSync(path.join(os.tmpdir(), prefix));
+}
+
+// Runs a rivo command to its end.
+export function rivoSync(args) {
+  const r = spawnSync(RIVO, args, { encoding: 'utf8', timeout: 20000 });
+  return { status: r.status, out: r.stdout, err: r.stderr };
+}
+
+export function generate(data, { notes = 2000, decks = 30 } = {}) {
+  const r = spawnSync(RIVO_GEN, ['--data', data, '--notes', String(notes), '--cards', String(notes * 2),
+    '--decks', String(decks), '--revlog', String(notes * 4)], { encoding: 'utf8' });
+  if (r.status !== 0) throw new Error('rivo-gen failed: ' + r.stderr);
+}
+
+// `rivo serve` on `data`, resolved once it has printed its address.
+export function serve(data, extra = []) {
+  const proc = spawn(RIVO, ['--data', data, 'serve', '--no-browser', '--port', '0', ...extra],
+    { stdio: ['ignore', 'pipe', 'pipe'] });
+  let out = '';
+  let err = '';
+  proc.stderr.on('data', (d) => { err += d; });
+  return new Promise((resolve, reject) => {
+    const timer = setTimeout(() => reject(new Error('rivo serve printed no address: ' + out + err)), 10000);
+    proc.stdout.on('data', (d) => {
+      out += d;
+      const m = out.match(/running at (http:\/\/\S+)/);
+      if (m) {
+        clearTimeout(timer);
+        resolve({
+          url: m[1],
+          origin: new URL(m[1]).origin,
+          proc,
+          output: () => out,
+          errors: () => err,
+          stop: (signal = 'SIGTERM') => new Promise((done) => {
+            if (proc.exitCode !== null) return done(proc.exitCode);
+            proc.once('exit', (code, sig) => done(code ?? sig));
+            proc.kill(signal);
+          }),
+        });
+      }
+    });
+    proc.once('exit', (code) => { clearTimeout(timer); reject(new Error(`rivo serve exited ${code}: ${err}`)); });
+  });
+}
+
+export async function browser() {
+  const profile = tempDir('rivo-chromium-');
+  const context = await chromium.launchPersistentContext(profile, {
+    executablePath: '/usr/bin/chromium',
+    headless: true,
+    args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
+      '--disable-background-networking', '--disable-component-update', '--disable-sync'],
+    viewport: { width: 1280, height: 800 },
+  });
+  const close = async () => {
+    await context.close();
+    fs.rmSync(profile, { recursive: true, force: true });
+  };
+  return { context, close };
+}
+
+// A page on Rivo with errors of its scripts collected.
+export async function open(context, url) {
+  const page = await context.newPage();
+  page.errors = [];
+  page.on('pageerror', (e) => page.errors.push(e.message));
+  await page.goto(url);
+  await page.locator('#title').filter({ hasText: /\S/ }).waitFor();
+  return page;
+}
+
+export async function screenshots(page, name) {
+  fs.mkdirSync(ARTIFACTS, { recursive: true });
+  const size = page.viewportSize();
+  for (const [label, width, height] of [['desktop', 1280, 800], ['phone', 390, 844]]) {
+    await page.setViewportSize({ width, height });
+    await page.waitForTimeout(100);
+    await page.screenshot({ path: path.join(ARTIFACTS, `${name}-${label}.png`) });
+  }
+  await page.setViewportSize(size);
+}
+
+// Helpers on a page.
+export const alertBox = (page) => page.locator('#alerts .scrim:last-child .dialog');
+export const row = (page, id) => page.locator(`#content .row[data-id="${id}"]`);
+export const rowIds = (page) => page.locator('#content .row').evaluateAll((rows) => rows.map((r) => r.dataset.id));
+export async function noSpinner(page) {
+  await page.locator('#popup').waitFor({ state: 'hidden' });
+}
+// Answers the alert in front by its button, typing `text` first when given.
+export async function answer(page, button, text) {
+  const box = alertBox(page);
+  if (text !== undefined) await box.locator('input').first().fill(text);
+  await box.getByRole('button', { name: button, exact: true }).click();
+}
+export async function expectAlert(page, title, text) {
+  const box = alertBox(page);
+  await box.waitFor();
+  if (title) await box.locator('h2').filter({ hasText: title }).waitFor();
+  if (text) await box.locator('p').filter({ hasText: text }).waitFor();
+}
