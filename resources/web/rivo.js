@@ -343,7 +343,7 @@ document.addEventListener('keydown', (e) => {
     case 'F2': case 'ContextMenu':
       if (screenRow && screenRow.hasMenu) { sendScreen('row', screenRow.id, 'menu'); e.preventDefault(); }
       return;
-    case 'Escape': case 'Backspace':
+    case 'Escape':
       if (state.screen && state.screen.back) { sendScreen('back'); e.preventDefault(); }
       return;
     case 'r': case 'R':
