@@ -328,18 +328,22 @@ void DecksViewController::renameDeck(const std::string& fullname) {
                     });
 }
 
-void DecksViewController::_renameCurrentDeckTo(const std::string& text) {
-  Col* col = _app.col();
-  if (!col) return;
+bool DecksViewController::_refuseName(const std::string& text, const char* emptyMessage) {
   if (text.empty()) {
-    _app.ui().showAlert("Need Deck Name", "Cannot rename a deck without a name.");
-    return;
+    _app.ui().showAlert("Need Deck Name", emptyMessage);
+    return true;
   }
   if (std::find(_loaded.deckNames.begin(), _loaded.deckNames.end(), text) !=
       _loaded.deckNames.end()) {
     _app.ui().showAlert("Deck Exists", "A deck with that name already exists.");
-    return;
+    return true;
   }
+  return false;
+}
+
+void DecksViewController::_renameCurrentDeckTo(const std::string& text) {
+  Col* col = _app.col();
+  if (!col || _refuseName(text, "Cannot rename a deck without a name.")) return;
   for (const std::string& part : components(text)) {
     if (trimmed(part).empty()) {
       _app.showInfo("Invalid deck name.");
@@ -365,16 +369,7 @@ void DecksViewController::addEmptyDeck() {
 
 void DecksViewController::_createDeck(const std::string& text) {
   Col* col = _app.col();
-  if (!col) return;
-  if (text.empty()) {
-    _app.ui().showAlert("Need Deck Name", "Cannot create a deck without a name.");
-    return;
-  }
-  if (std::find(_loaded.deckNames.begin(), _loaded.deckNames.end(), text) !=
-      _loaded.deckNames.end()) {
-    _app.ui().showAlert("Deck Exists", "A deck with that name already exists.");
-    return;
-  }
+  if (!col || _refuseName(text, "Cannot create a deck without a name.")) return;
   Id did = col->decks().getID(text);
   if (!did) {
     _app.showInfo("Invalid deck name.");

@@ -77,6 +77,8 @@ class DecksViewController : public ViewController {
   static void updateVisibleDecksForSection(Loaded& loaded, size_t section);
   std::shared_ptr<Entry> _entry(const std::string& fullname) const;
   void _loadStudy();
+  // True (and the user told) for an empty name or one in use.
+  bool _refuseName(const std::string& text, const char* emptyMessage);
   void _renameCurrentDeckTo(const std::string& text);
   void _createDeck(const std::string& text);
 
