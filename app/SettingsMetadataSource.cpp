@@ -7,27 +7,43 @@
 
 namespace rivo {
 
+namespace {
+
+Json readPage(const std::string& configFile) {
+  auto text = Resources::get("settings/" + configFile + ".json");
+  if (!text) throw AppError("There is no settings page named '" + configFile + "'.");
+  std::string error;
+  Json page = decodeJson(std::string(*text), &error);
+  if (!page.is_object() || !page.contains("PreferenceSpecifiers") ||
+      !page["PreferenceSpecifiers"].is_array())
+    throw AppError("The settings page '" + configFile + "' can't be read.");
+  return page;
+}
+
+}  // namespace
+
 SettingsMetadataSource::SettingsMetadataSource(const std::string& configFile,
                                                ProfileManager& settings)
-    : _configFile(configFile), _settings(settings) {
+    : SettingsMetadataSource(readPage(configFile), settings) {}
+
+SettingsMetadataSource::SettingsMetadataSource(Json page, ProfileManager& settings)
+    : _page(std::move(page)), _settings(settings) {
   _configurationFromPList();
 }
 
 void SettingsMetadataSource::_configurationFromPList() {
-  auto text = Resources::get("settings/" + _configFile + ".json");
-  if (!text) throw AppError("There is no settings page named '" + _configFile + "'.");
-  Json page = decodeJson(std::string(*text));
-  if (!page.is_object() || !page.contains("PreferenceSpecifiers"))
-    throw AppError("The settings page '" + _configFile + "' can't be read.");
+  const Json& page = _page;
   _sections.clear();
   _sectionTitles.clear();
-  const Json& specifiers = page["PreferenceSpecifiers"];
+  const Json specifiers = page.value("PreferenceSpecifiers", Json::array());
   auto type = [](const Json& s) { return s.value("Type", std::string()); };
-  if (specifiers.empty() || type(specifiers.front()) != "PSGroupSpecifier") {
+  if (specifiers.empty() || !specifiers.front().is_object() ||
+      type(specifiers.front()) != "PSGroupSpecifier") {
     _sections.push_back(Json::array());
     _sectionTitles.push_back("");
   }
   for (const Json& spec : specifiers) {
+    if (!spec.is_object()) continue;
     bool hidden = isHidden(spec);
     if (type(spec) == "PSGroupSpecifier") {
       if (hidden) continue;

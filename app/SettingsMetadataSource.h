@@ -23,6 +23,8 @@ class SettingsMetadataSource {
 
   // Raises AppError when the page isn't among the resources or isn't valid JSON.
   SettingsMetadataSource(const std::string& configFile, ProfileManager& settings);
+  // A page given as it stands.
+  SettingsMetadataSource(Json page, ProfileManager& settings);
 
   // Each section is an array of row specifiers, or for an editable section (a group with a
   // "Key") an object with "_ArrayKeyPath" and "_Array".
@@ -45,7 +47,7 @@ class SettingsMetadataSource {
   void _configurationFromPList();
   bool _isTrue(const std::string& key) const;
 
-  std::string _configFile;
+  Json _page;
   ProfileManager& _settings;
   std::vector<Json> _sections;
   std::vector<std::string> _sectionTitles;
