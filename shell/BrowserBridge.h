@@ -39,6 +39,7 @@ class BrowserBridge : public Ui {
 
    private:
     friend class BrowserBridge;
+    // Guards the queue and the closed flag: the bridge pushes, the tab's HTTP thread takes.
     mutable std::mutex _m;
     std::condition_variable _cv;
     std::deque<std::string> _queue;
