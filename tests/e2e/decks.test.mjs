@@ -103,3 +103,31 @@ test('decks are renamed, added and deleted, with each refusal', async () => {
   await noSpinner(page);
   assert.deepEqual(page.errors, []);
 });
+
+test('on a phone, a long press renames and a swipe shows delete', async () => {
+  await page.setViewportSize({ width: 390, height: 844 });
+  const cdp = await chrome.context.newCDPSession(page);
+  await cdp.send('Emulation.setTouchEmulationEnabled', { enabled: true, maxTouchPoints: 1 });
+  const [id] = await rowIds(page);
+  const box = await row(page, id).boundingBox();
+  const y = box.y + box.height / 2;
+  const touch = (type, x) => cdp.send('Input.dispatchTouchEvent', { type, touchPoints: type === 'touchEnd' ? [] : [{ x, y }] });
+
+  await touch('touchStart', 200);
+  await page.waitForTimeout(800);
+  await touch('touchEnd');
+  await expectAlert(page, 'Rename Deck');
+  await answer(page, 'Cancel');
+  await alertBox(page).waitFor({ state: 'detached' });
+
+  await touch('touchStart', 300);
+  for (const x of [280, 250, 220, 200]) await touch('touchMove', x);
+  await touch('touchEnd');
+  const swipe = row(page, id).locator('.swipe-delete');
+  await page.waitForFunction((i) => document.querySelector(`#content .row[data-id="${i}"]`).classList.contains('swiped'), id);
+  await swipe.click();
+  await expectAlert(page, 'Confirm', 'Are you sure you wish to delete this deck?');
+  await answer(page, 'No');
+  await cdp.detach();
+  await page.setViewportSize({ width: 1280, height: 800 });
+});

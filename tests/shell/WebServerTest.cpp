@@ -7,9 +7,11 @@
 
 #include <chrono>
 #include <future>
+#include <thread>
 
 #include "app/AppDelegate.h"
 #include "app/NavigationController.h"
+#include "app/WebView.h"
 #include "shell/BrowserBridge.h"
 #include "tests/support/TempDir.h"
 
@@ -197,6 +199,39 @@ TEST_F(WebServerTest, ATabGetsTheWholeStateFirstAndTheLastTabGoneSavesAsInTheBac
   auto client = bridge.connect();
   app->dispatch().main().runUntil([&] { return app->timerRunning(); }, 5s);
   EXPECT_TRUE(app->timerRunning());
+  bridge.disconnect(client);
+}
+
+TEST_F(WebServerTest, AWebViewRunsScriptsInTheTabAndWaitsBriefly) {
+  std::unique_ptr<WebView> view = bridge.makeWebView();
+  view->loadHTMLString("<p>page</p>", "");
+  EXPECT_EQ(bridge.snapshot()["web"][view->id()]["html"], "<p>page</p>");
+  // No tab: nothing to wait for.
+  EXPECT_EQ(view->evaluateJavaScript("1 + 1"), "");
+
+  // A tab that answers the call it is sent, as the page's frame does.
+  auto client = bridge.connect();
+  std::thread tab([&] {
+    std::string message;
+    while (client->next(message, 5)) {
+      if (message.rfind("event: eval", 0) != 0) continue;
+      Json call = Json::parse(message.substr(message.find('{')));
+      EXPECT_EQ(call["script"], "1 + 1");
+      EXPECT_EQ(call["web"], view->id());
+      httplib::Client c("127.0.0.1", server->port());
+      c.Post("/event", ours(),
+             Json{{"web", call["web"]}, {"kind", "result"}, {"call", call["call"]}, {"result", "2"}}
+                 .dump(),
+             "application/json");
+      return;
+    }
+  });
+  EXPECT_EQ(view->evaluateJavaScript("1 + 1"), "2");
+  tab.join();
+  // One that never answers costs the time-out, then "".
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(view->evaluateJavaScript("while (true) {}"), "");
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 900ms);
   bridge.disconnect(client);
 }
 
