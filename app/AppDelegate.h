@@ -86,7 +86,9 @@ class AppDelegate {
   Dispatch& dispatch() { return *_dispatch; }
   Ui& ui() { return _ui; }
   const Options& options() const { return _options; }
-  // The navigation stack and the deck list at its root; null without Options::screens.
+  // The navigation stack and the deck list at its root; null without Options::screens. Main
+  // loop only: screens touch the collection there only while no job runs (input is frozen
+  // from a job's start to its main block), and other threads never reach them.
   NavigationController* nc() const { return _nc.get(); }
   DecksViewController* dvc() const { return _dvc.get(); }
   // The bar and button colours of the "theme7" setting.
