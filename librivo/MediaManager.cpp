@@ -204,9 +204,32 @@ std::string nextStem(const std::string& stem) {
   return stem + " (1)";
 }
 
+// Both files readable and equal, compared piece by piece: neither is ever held whole.
 bool sameBytes(const std::string& a, const std::string& b) {
-  std::string x, y;
-  return readWhole(a, x) && readWhole(b, y) && x == y;
+  struct stat sa {
+  }, sb{};
+  if (stat(a.c_str(), &sa) != 0 || stat(b.c_str(), &sb) != 0 || sa.st_size != sb.st_size)
+    return false;
+  const int fa = open(a.c_str(), O_RDONLY | O_CLOEXEC), fb = open(b.c_str(), O_RDONLY | O_CLOEXEC);
+  bool same = fa >= 0 && fb >= 0;
+  std::vector<char> x(1 << 16), y(1 << 16);
+  while (same) {
+    const ssize_t n = read(fa, x.data(), x.size());
+    if (n <= 0) {
+      same = n == 0 && read(fb, y.data(), 1) == 0;
+      break;
+    }
+    size_t got = 0;
+    while (got < static_cast<size_t>(n)) {
+      const ssize_t m = read(fb, y.data() + got, static_cast<size_t>(n) - got);
+      if (m <= 0) break;
+      got += static_cast<size_t>(m);
+    }
+    same = got == static_cast<size_t>(n) && std::memcmp(x.data(), y.data(), got) == 0;
+  }
+  if (fa >= 0) close(fa);
+  if (fb >= 0) close(fb);
+  return same;
 }
 
 bool isThumbsDb(std::string_view name) {
@@ -319,36 +342,59 @@ std::string MediaManager::_tempPath(int* fd) {
   return {};
 }
 
-bool MediaManager::_writeFile(const std::string& target, std::string_view bytes, bool replace,
-                              std::string* problem) {
+std::string MediaManager::stage(const Fill& fill, std::string* problem) {
   int fd = -1;
   const std::string tmp = _tempPath(&fd);
   if (tmp.empty()) {
     *problem = "can't create a file in " + _dir + ": " + errnoText();
-    return false;
+    return {};
   }
-  bool written = writeAll(fd, bytes);
-  std::string why = written ? std::string() : errnoText();
+  bool written = fill(fd, problem);
   if (::close(fd) != 0 && written) {
     written = false;
-    why = errnoText();
+    *problem = "can't write a file in " + _dir + ": " + errnoText();
   }
   if (!written) {
-    *problem = "can't write " + target + ": " + why;
     unlink(tmp.c_str());
-    return false;
+    return {};
   }
+  return tmp;
+}
+
+bool MediaManager::place(const std::string& staged, const std::string& fname, bool replace,
+                         std::string* problem) {
+  const std::string target = _dir + "/" + fname;
   int rc;
-  if (replace) {
-    rc = rename(tmp.c_str(), target.c_str());
+  if (!staysInFolder(fname)) {
+    errno = EINVAL;
+    rc = -1;
+  } else if (replace) {
+    rc = rename(staged.c_str(), target.c_str());
   } else {
     // A link fails if the name is taken, so a file that appeared meanwhile is kept.
-    rc = link(tmp.c_str(), target.c_str());
-    if (rc != 0 && errno != EEXIST && !exists(target)) rc = rename(tmp.c_str(), target.c_str());
+    rc = link(staged.c_str(), target.c_str());
+    if (rc != 0 && errno != EEXIST && !exists(target)) rc = rename(staged.c_str(), target.c_str());
   }
   if (rc != 0) *problem = "can't store " + target + ": " + errnoText();
-  unlink(tmp.c_str());
+  unlink(staged.c_str());
   return rc == 0;
+}
+
+void MediaManager::discard(const std::string& staged) {
+  if (!staged.empty()) unlink(staged.c_str());
+}
+
+bool MediaManager::_writeFile(const std::string& target, std::string_view bytes, bool replace,
+                              std::string* problem) {
+  const std::string staged = stage(
+      [&](int fd, std::string* why) {
+        if (writeAll(fd, bytes)) return true;
+        *why = "can't write " + target + ": " + errnoText();
+        return false;
+      },
+      problem);
+  if (staged.empty()) return false;
+  return place(staged, target.substr(target.rfind('/') + 1), replace, problem);
 }
 
 bool MediaManager::_copyFile(const std::string& source, const std::string& target,
@@ -396,9 +442,7 @@ std::string MediaManager::addFile(const std::string& path) {
 }
 
 bool MediaManager::filesIdentical(const std::string& path1, const std::string& path2) {
-  std::string a, b;
-  if (!readWhole(path1, a) || !readWhole(path2, b)) return false;
-  return checksum(a) == checksum(b);
+  return sameBytes(path1, path2);
 }
 
 std::string MediaManager::pathOf(const std::string& fname) {
@@ -498,6 +542,8 @@ std::string MediaManager::escapeImages(const std::string& text) {
 }
 
 std::string MediaManager::transformNames(const std::string& text, const NameTransform& fn) {
+  // Every reference starts with one of these; most field text has neither.
+  if (text.find('[') == std::string::npos && text.find('<') == std::string::npos) return text;
   icu::UnicodeString u = utf16(text);
   for (const icu::RegexPattern* pattern : {&soundRef(), &imageRef()})
     u = replaceEach(*pattern, u,

@@ -51,10 +51,21 @@ class MediaManager {
   // appended), under which nothing has been written. Failures are only logged; a source
   // name with nothing usable left gives "".
   std::string addFile(const std::string& path);
-  // Whether both files can be read and have the same SHA-1.
+  // Whether both files can be read and hold the same bytes.
   bool filesIdentical(const std::string& path1, const std::string& path2);
   // Whether a file of that name is in the folder. Names that would leave it are never there.
   bool have(const std::string& fname);
+
+  // Incoming files, in two steps so that many can be checked before any is in place: stage()
+  // writes what `fill` writes to its descriptor into a hidden file in the folder (one the scan
+  // and the check pass over) and returns its path, or "" with `problem` set; place() puts it
+  // under `fname` (a taken name is overwritten only with `replace`), and removes the staged
+  // file either way. A staged file that won't be placed is given to discard().
+  using Fill = std::function<bool(int fd, std::string* problem)>;
+  std::string stage(const Fill& fill, std::string* problem);
+  bool place(const std::string& staged, const std::string& fname, bool replace,
+             std::string* problem);
+  static void discard(const std::string& staged);
   // The path of the file stored under `fname`: the name itself, or the file whose name is
   // its composed form (names from other systems may be decomposed on disk). Empty when
   // there is none or the name would leave the folder.

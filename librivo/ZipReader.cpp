@@ -1,14 +1,46 @@
 #include "librivo/ZipReader.h"
 
 #include <minizip/unzip.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <vector>
 
 namespace rivo {
+
+namespace {
+
+// Deflate can't expand data by more than this factor (its maximum is about 1032:1), plus a
+// little for the stream's own framing.
+constexpr uint64_t kMaxDeflateRatio = 1032;
+constexpr uint64_t kDeflateSlack = 1024;
+
+bool writeAll(int fd, const char* data, size_t size) {
+  while (size > 0) {
+    const ssize_t n = ::write(fd, data, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    data += n;
+    size -= static_cast<size_t>(n);
+  }
+  return true;
+}
+
+}  // namespace
 
 ZipReader::ZipReader(const std::string& path) : _path(path) {
   _zip = unzOpen64(path.c_str());
   if (!_zip) _error = "couldn't open " + path + " as a zip file";
+  struct stat st {};
+  if (stat(path.c_str(), &st) == 0) _fileSize = static_cast<uint64_t>(st.st_size);
+}
+
+bool ZipReader::_fail(const std::string& what) {
+  _error = what;
+  return false;
 }
 
 ZipReader::~ZipReader() {
@@ -30,6 +62,7 @@ std::optional<ZipReader::Entry> ZipReader::_current() {
   }
   entry.stored = info.compression_method == 0;
   entry.size = info.uncompressed_size;
+  entry.compressedSize = info.compressed_size;
   return entry;
 }
 
@@ -69,15 +102,51 @@ std::vector<ZipReader::Entry> ZipReader::entries() {
   return out;
 }
 
-std::optional<std::string> ZipReader::read(const std::string& name) {
+std::optional<ZipReader::Entry> ZipReader::find(const std::string& name) {
   if (!_zip) return std::nullopt;
   if (unzLocateFile(_zip, name.c_str(), 1) != UNZ_OK) {
     _error = "no entry " + name + " in " + _path;
     return std::nullopt;
   }
-  auto entry = _current();
+  return _current();
+}
+
+bool ZipReader::plausible(const Entry& entry) const {
+  if (entry.compressedSize > _fileSize) return false;
+  if (entry.stored) return entry.size == entry.compressedSize;
+  return entry.size <= entry.compressedSize * kMaxDeflateRatio + kDeflateSlack;
+}
+
+std::optional<std::string> ZipReader::read(const std::string& name, uint64_t limit) {
+  auto entry = find(name);
   if (!entry) return std::nullopt;
+  if (entry->size > limit) {
+    _error = "the entry " + name + " of " + _path + " is larger than " + std::to_string(limit) +
+             " bytes";
+    return std::nullopt;
+  }
   return _readCurrent(*entry);
+}
+
+bool ZipReader::extract(const std::string& name, int fd, size_t piece) {
+  auto entry = find(name);
+  if (!entry) return false;
+  if (unzOpenCurrentFile(_zip) != UNZ_OK) return _fail("can't read the entry " + name);
+  std::vector<char> buffer(std::max<size_t>(piece, 1));
+  uint64_t total = 0;
+  int n;
+  bool written = true;
+  while ((n = unzReadCurrentFile(_zip, buffer.data(), static_cast<unsigned>(buffer.size()))) > 0) {
+    total += static_cast<uint64_t>(n);
+    if (!(written = writeAll(fd, buffer.data(), static_cast<size_t>(n)))) break;
+  }
+  const std::string why = written ? std::string() : std::strerror(errno);
+  // Closing checks the CRC once the whole entry has been read.
+  const int closed = unzCloseCurrentFile(_zip);
+  if (!written) return _fail("can't write the entry " + name + ": " + why);
+  if (n < 0 || closed != UNZ_OK || total != entry->size)
+    return _fail("the entry " + name + " of " + _path + " is damaged");
+  return true;
 }
 
 bool ZipReader::forEach(

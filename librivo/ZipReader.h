@@ -1,5 +1,7 @@
 #pragma once
-// Reads a zip file: its entries in order, or one by name, each checked against its CRC.
+// Reads a zip file: its entries in order, or one by name, each checked against its CRC. An
+// entry is never read past the size the directory gives it, so a caller that checks the sizes
+// first (plausible(), limits of its own) bounds what a hostile file can make it hold.
 
 #include <cstdint>
 #include <functional>
@@ -15,6 +17,7 @@ class ZipReader {
     std::string name;
     bool stored = false;  // no compression at all
     uint64_t size = 0;    // uncompressed, as the central directory says
+    uint64_t compressedSize = 0;
   };
 
   // Opens the file; check ok() afterwards (false for a missing, truncated or foreign file).
@@ -29,8 +32,16 @@ class ZipReader {
 
   // In the zip's order; empty (with error() set) when the directory can't be walked.
   std::vector<Entry> entries();
-  // The whole entry; nothing when it is absent or damaged.
-  std::optional<std::string> read(const std::string& name);
+  // The entry as the directory describes it; nothing when absent.
+  std::optional<Entry> find(const std::string& name);
+  // Whether the directory's sizes can be true: a stored entry's two sizes agree, a deflated one
+  // grows at most as much as deflate can make it grow, and the data fits in the file.
+  bool plausible(const Entry& entry) const;
+  // The whole entry; nothing when it is absent, damaged, or larger than `limit` bytes.
+  std::optional<std::string> read(const std::string& name, uint64_t limit = UINT64_MAX);
+  // Streams the entry to the open file `fd` in pieces of `piece` bytes, so that it is never held
+  // whole. False (error() set) when it is absent or damaged, or a write fails.
+  bool extract(const std::string& name, int fd, size_t piece = 1 << 20);
   // Reads every entry in the zip's order and hands it over; `each` returns false to stop.
   // False when an entry is damaged (nothing more is read) or the directory is.
   bool forEach(const std::function<bool(const std::string& name, std::string bytes)>& each);
@@ -38,8 +49,10 @@ class ZipReader {
  private:
   std::optional<Entry> _current();
   std::optional<std::string> _readCurrent(const Entry& entry);
+  bool _fail(const std::string& what);
 
   void* _zip = nullptr;
+  uint64_t _fileSize = 0;
   std::string _path;
   std::string _error;
 };
