@@ -19,6 +19,7 @@
 #include "librivo/MediaManager.h"
 #include "librivo/Scheduler.h"
 #include "librivo/Utils.h"
+#include "shell/ImportCommand.h"
 #include "shell/ServeCommand.h"
 #include "shell/StudySession.h"
 
@@ -240,6 +241,13 @@ int CommandLine::main(int argc, char** argv) {
   search->add_flag("--notes", searchNotes, "list note ids rather than card ids");
   search->add_option("--order", searchOrder, "none, or browser for the browser's sort")
       ->check(CLI::IsMember({"none", "browser"}));
+  CLI::App* import = cli.add_subcommand(
+      "import", "Merge a package (.rpkg) into the collection, or replace the collection with it.");
+  ImportCommand::Options importOptions;
+  import->add_option("file", importOptions.file, "the package")->required();
+  import->add_flag("--replace", importOptions.replace,
+                   "replace the whole collection (asks first on a terminal)");
+  import->add_flag("--yes", importOptions.yes, "replace without asking");
   try {
     cli.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -272,6 +280,11 @@ int CommandLine::main(int argc, char** argv) {
       });
     if (filter->parsed())
       return withApp(s, false, [&](AppDelegate& app) { runFilter(app, filterArgs); });
+    if (import->parsed()) {
+      importOptions.file = fs::absolute(importOptions.file).string();
+      importOptions.interactive = isatty(STDIN_FILENO) == 1;
+      return withApp(s, false, [&](AppDelegate& app) { ImportCommand::run(app, importOptions); });
+    }
     if (study->parsed())
       return withApp(s, false, [&](AppDelegate& app) {
         runStudy(app, study->count("--deck") ? &studyDeck : nullptr);

@@ -14,6 +14,7 @@
 #include "librivo/DeckManager.h"
 #include "librivo/Note.h"
 #include "librivo/Storage.h"
+#include "librivo/ZipWriter.h"
 #include "tests/support/TempDir.h"
 
 namespace rivo {
@@ -301,6 +302,37 @@ TEST_F(Study, FilterBuildsRebuildsAndRefusesANormalDeck) {
   }
   EXPECT_EQ(count("select mod from col"), mod);
   EXPECT_EQ(filter("Drill").status, 2) << "the search is required";
+}
+
+TEST_F(Study, ImportMergesOrReplacesAndRefusesABadPackageInOneLine) {
+  const std::string source = dir.file("src/collection.rivo2");
+  std::filesystem::create_directories(dir.file("src"));
+  addNotes(source, {{"Hola", "Hello", "Spanish::Greetings"}});
+  const std::string package = dir.file("shared deck.rpkg");
+  ZipWriter zip(package);
+  zip.add("collection.rivo2", test::readFile(source));
+  zip.add("media", "{}");
+  ASSERT_TRUE(zip.close());
+
+  Result r = rivo("--data " + data() + " import " + quote(package), scratch);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "1 cards imported.\nImport complete.\n");
+  EXPECT_EQ(count("select count() from notes"), 4);
+  EXPECT_EQ(rivo("--data " + data() + " import " + quote(package), scratch).out,
+            "0 cards imported.\nImport complete.\n");
+
+  // Without a terminal to ask on, a replace goes ahead.
+  r = rivo("--data " + data() + " import --replace " + quote(package), scratch);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(count("select count() from notes"), 1);
+
+  test::writeFile(dir.file("bad.rpkg"), "not a zip");
+  r = rivo("--data " + data() + " import " + quote(dir.file("bad.rpkg")), scratch);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err,
+            "rivo: Error importing: The file is not a Rivo package: it can't be read as a zip "
+            "file.\n");
+  EXPECT_EQ(count("select count() from notes"), 1);
 }
 
 }  // namespace
