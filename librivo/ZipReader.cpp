@@ -102,9 +102,29 @@ std::vector<ZipReader::Entry> ZipReader::entries() {
   return out;
 }
 
+bool ZipReader::_index() {
+  if (_positions) return true;
+  std::unordered_map<std::string, Position> positions;
+  int rc = unzGoToFirstFile(_zip);
+  for (; rc == UNZ_OK; rc = unzGoToNextFile(_zip)) {
+    auto entry = _current();
+    unz64_file_pos pos{};
+    if (!entry || unzGetFilePos64(_zip, &pos) != UNZ_OK)
+      return _fail("damaged zip directory in " + _path);
+    // The first of two entries of one name is the one found, as the zip's own lookup finds it.
+    positions.try_emplace(entry->name, Position{pos.pos_in_zip_directory, pos.num_of_file});
+  }
+  if (rc != UNZ_END_OF_LIST_OF_FILE) return _fail("damaged zip directory in " + _path);
+  _positions = std::move(positions);
+  return true;
+}
+
 std::optional<ZipReader::Entry> ZipReader::find(const std::string& name) {
-  if (!_zip) return std::nullopt;
-  if (unzLocateFile(_zip, name.c_str(), 1) != UNZ_OK) {
+  if (!_zip || !_index()) return std::nullopt;
+  auto it = _positions->find(name);
+  unz64_file_pos pos{};
+  if (it != _positions->end()) pos = {it->second.directory, it->second.number};
+  if (it == _positions->end() || unzGoToFilePos64(_zip, &pos) != UNZ_OK) {
     _error = "no entry " + name + " in " + _path;
     return std::nullopt;
   }
@@ -132,7 +152,8 @@ bool ZipReader::extract(const std::string& name, int fd, size_t piece) {
   auto entry = find(name);
   if (!entry) return false;
   if (unzOpenCurrentFile(_zip) != UNZ_OK) return _fail("can't read the entry " + name);
-  std::vector<char> buffer(std::max<size_t>(piece, 1));
+  // No larger than the entry: most media files are far smaller than a piece.
+  std::vector<char> buffer(static_cast<size_t>(std::clamp<uint64_t>(entry->size, 1, piece)));
   uint64_t total = 0;
   int n;
   bool written = true;

@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace rivo {
@@ -51,8 +52,17 @@ class ZipReader {
   std::optional<std::string> _readCurrent(const Entry& entry);
   bool _fail(const std::string& what);
 
+  // Positions of the entries by name, made at the first lookup: the zip's own lookup walks
+  // the whole directory each time.
+  bool _index();
+  struct Position {
+    uint64_t directory = 0;
+    uint64_t number = 0;
+  };
+
   void* _zip = nullptr;
   uint64_t _fileSize = 0;
+  std::optional<std::unordered_map<std::string, Position>> _positions;
   std::string _path;
   std::string _error;
 };
