@@ -1,6 +1,7 @@
 #include "app/DecksViewController.h"
 
 #include <algorithm>
+#include <filesystem>
 
 #include "app/AppDelegate.h"
 #include "app/DeckConfViewController.h"
@@ -14,14 +15,18 @@
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/RivoPackageImporter.h"
 #include "librivo/Scheduler.h"
 #include "librivo/SysLog.h"
 
 namespace rivo {
 
+namespace fs = std::filesystem;
+
 namespace {
 
 const std::string kSep = "::";
+const char* const kImportEntry = "Import File...";
 
 std::vector<std::string> components(const std::string& name) {
   std::vector<std::string> out;
@@ -181,6 +186,10 @@ Screen DecksViewController::describe() {
   s.left.push_back({"help", "Help", "help"});
   s.right.push_back({"refresh", "Refresh", "refresh"});
   s.toolbar.push_back({"addExport", "Add/Export", "add"});
+  // A browser user has no documents folder at hand: a package can be chosen and sent.
+  Screen::Button upload{"import", "Import", "import"};
+  upload.accept = ".rpkg";
+  s.toolbar.push_back(std::move(upload));
   for (const auto& section : _loaded.visibleDecks) {
     Screen::Section out;
     for (const auto& entry : section) {
@@ -223,10 +232,19 @@ bool DecksViewController::handle(const Event& e) {
       return true;
     }
     if (e.id == "addExport") {
-      // Import, export and shared decks join this sheet as they land.
-      _app.ui().showActionSheet("Add/Export", {"Add Empty Deck"}, "Cancel", [this](int index) {
-        if (index == 0) addEmptyDeck();
-      });
+      // Export and shared decks join this sheet as they land.
+      _app.ui().showActionSheet("Add/Export", {kImportEntry, "Add Empty Deck"}, "Cancel",
+                                [this](int index) {
+                                  if (index == 0) launchRpkgImportWithURL();
+                                  if (index == 1) addEmptyDeck();
+                                });
+      return true;
+    }
+    if (e.id == "import" && e.kind == "upload") {
+      const Json path = e.value.is_object() ? e.value.value("path", Json()) : Json();
+      if (!path.is_string()) return false;
+      _uploaded = true;
+      launchRpkgImportWithURL(path.get<std::string>());
       return true;
     }
     return false;
@@ -377,6 +395,78 @@ void DecksViewController::_createDeck(const std::string& text) {
   }
   col->decks().select(Json(did));
   loadDecks();
+}
+
+// Import.
+
+void DecksViewController::launchRpkgImportWithURL(const std::string& path) {
+  _iTunesImport = path.empty();
+  const std::string documents = _app.pm().backupFolder();
+  _importPath = path.empty() ? documents + "/" + kImportFile : path;
+  std::error_code ec;
+  if (!fs::is_regular_file(_importPath, ec)) {
+    _app.ui().showAlert("Cannot Import",
+                        _iTunesImport ? "No file found to import. Make sure you have placed the "
+                                        "collection.rpkg file in the Documents folder (" +
+                                            documents + ")."
+                                      : "No file found to import.");
+    return;
+  }
+  if (fs::path(_importPath).filename() == kImportFile)
+    confirmReplace();
+  else
+    launchItunesAddAndReplace(false);
+}
+
+void DecksViewController::confirmReplace() {
+  _app.performAfterDelay(0.3f, [this] {
+    _app.ui().askQuestion("Confirm Replace",
+                          "Are you sure you want to replace your collection with the imported "
+                          "file? This action cannot be undone.",
+                          "Cancel", "Replace", [this](int index) {
+                            if (index == 1)
+                              launchItunesAddAndReplace(true);
+                            else
+                              _forgetUpload();
+                          });
+  });
+}
+
+void DecksViewController::launchItunesAddAndReplace(bool replace) {
+  const std::string path = _importPath;
+  const bool iTunesImport = _iTunesImport;
+  _app.doWork(
+      "Importing...",
+      [this, path, replace, iTunesImport] {
+        Col* col = _app.col();
+        if (!col) return;
+        col->save();
+        RivoPackageImporter importer(*col, path);
+        std::string error;
+        if (!importer.runAndReplaceCollection(replace, &error)) {
+          _app.showInfo("Error importing: " + error);
+        } else if (iTunesImport) {
+          _app.askUser("Delete the collection.rpkg file after import?", "Delete Import File",
+                       [path](bool yes) {
+                         std::error_code ec;
+                         if (yes) fs::remove(path, ec);
+                       });
+        }
+      },
+      [this] {
+        _forgetUpload();
+        loadDecks();
+        _app.showInfo("Import complete.");
+      });
+}
+
+void DecksViewController::_forgetUpload() {
+  if (!_uploaded) return;
+  _uploaded = false;
+  std::error_code ec;
+  fs::remove(_importPath, ec);
+  // The folder the upload came in, when nothing else is in it.
+  fs::remove(fs::path(_importPath).parent_path(), ec);
 }
 
 void DecksViewController::titleTapped() {

@@ -1,9 +1,10 @@
 #pragma once
 // The deck list, the root screen: the deck tree with its counts and the expansion of each
-// branch (kept per profile), and the way to study, rename, delete and add decks and to reach
-// the profiles. Each load rebuilds everything from the scheduler's deck tree in a job; the
-// screen keeps only what it draws. Main loop only; the load's work block builds a fresh
-// Loaded that the main block takes over, so nothing here is shared with the work queue.
+// branch (kept per profile), and the way to study, rename, delete and add decks, to import
+// packages and to reach the profiles. Each load rebuilds everything from the scheduler's deck
+// tree in a job; the screen keeps only what it draws. Main loop only; the load's work block
+// builds a fresh Loaded that the main block takes over, so nothing here is shared with the work
+// queue.
 
 #include <array>
 #include <cstdint>
@@ -66,6 +67,16 @@ class DecksViewController : public ViewController {
   void titleTapped();
   void showHelp();
 
+  // Import. A path is a file handed over (or uploaded); without one the import takes
+  // Documents/collection.rpkg. That name, from wherever it comes, replaces the whole collection
+  // after confirmReplace; any other merges at once.
+  static constexpr const char* kImportFile = "collection.rpkg";
+  void launchRpkgImportWithURL(const std::string& path = {});
+  void confirmReplace();
+  // The job "Importing...": the result, then the reload and "Import complete.", which
+  // follows a failure too.
+  void launchItunesAddAndReplace(bool replace);
+
   // "1000+" for 1000 and above.
   static std::string _thousandPlus(int64_t n);
 
@@ -81,12 +92,17 @@ class DecksViewController : public ViewController {
   bool _refuseName(const std::string& text, const char* emptyMessage);
   void _renameCurrentDeckTo(const std::string& text);
   void _createDeck(const std::string& text);
+  void _forgetUpload();
 
   AppDelegate& _app;
   Loaded _loaded;
   int64_t _lastRefresh = 0;
   bool _loading = false;
   Id _lastDid = 0;
+  std::string _importPath;
+  bool _iTunesImport = false;
+  // The import path is an upload of the page's, removed once the import is over.
+  bool _uploaded = false;
 };
 
 }  // namespace rivo

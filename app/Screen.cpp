@@ -26,6 +26,7 @@ Json buttons(const std::vector<Screen::Button>& list) {
     Json j{{"id", b.id}, {"title", b.title}};
     if (!b.icon.empty()) j["icon"] = b.icon;
     if (!b.enabled) j["enabled"] = false;
+    if (!b.accept.empty()) j["accept"] = b.accept;
     out.push_back(std::move(j));
   }
   return out;

@@ -18,6 +18,10 @@ struct Screen {
     // A symbol the page may draw instead of the title ("help", "refresh", "add", "more").
     std::string icon;
     bool enabled = true;
+    // Not empty: a file chooser for these extensions (".rpkg"). The chosen file arrives stored
+    // on this machine, as the event "upload" on the button with the value {"name": its name,
+    // "path": where it lies}; the screen removes it when done with it.
+    std::string accept = {};
   };
 
   // A number beside a row's text; `tone` says which kind ("review", "new") for its colour.

@@ -24,6 +24,8 @@ bool isId(const Json& e, const char* key) {
 }
 
 // The shape of a tab's report; what it refers to is checked on the main loop.
+const char* const kUploading = "Uploading...";
+
 bool wellFormed(const Json& e) {
   if (!e.is_object()) return false;
   int targets = e.contains("screen") + e.contains("alert") + e.contains("web");
@@ -34,7 +36,8 @@ bool wellFormed(const Json& e) {
     if (std::find(elements.begin(), elements.end(), e["element"]) == elements.end()) return false;
     if (e.contains("id") && !isShortString(e, "id")) return false;
     if (e.contains("kind") && !isShortString(e, "kind", 16)) return false;
-    return true;
+    // Only the server reports an upload, once it has stored the file.
+    return !e.contains("kind") || e["kind"] != "upload";
   }
   if (e.contains("alert")) {
     if (!isId(e, "alert") || !e.contains("button") || !e["button"].is_number_integer())
@@ -200,6 +203,41 @@ BrowserBridge::Result BrowserBridge::handleEvent(const Json& event) {
     std::lock_guard lock(_m);
     if (_closed || !_app) return Result::unavailable;
   }
+  Result result = Result::unavailable;
+  _app->dispatch().main().sync([&] { result = _onMain(event); });
+  return result;
+}
+
+void BrowserBridge::uploadStarted() {
+  if (_app) _app->showSpinner(kUploading);
+}
+
+void BrowserBridge::uploadProgress(uint64_t received, uint64_t total) {
+  if (_app && total)
+    _app->updateSpinner(std::string(kUploading) + " " + std::to_string(received * 100 / total) +
+                        "%");
+}
+
+void BrowserBridge::uploadEnded() {
+  if (_app) _app->hideSpinner();
+}
+
+void BrowserBridge::uploadFailed(const std::string& text) {
+  if (_app) _app->doOnMain([this, text] { showAlert("Upload Failed", text); });
+}
+
+BrowserBridge::Result BrowserBridge::handleUpload(uint64_t screen, const std::string& button,
+                                                  const std::string& name,
+                                                  const std::string& path) {
+  {
+    std::lock_guard lock(_m);
+    if (_closed || !_app) return Result::unavailable;
+  }
+  const Json event = {{"screen", screen},
+                      {"element", "button"},
+                      {"id", button},
+                      {"kind", "upload"},
+                      {"value", {{"name", name}, {"path", path}}}};
   Result result = Result::unavailable;
   _app->dispatch().main().sync([&] { result = _onMain(event); });
   return result;

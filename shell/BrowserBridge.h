@@ -5,9 +5,9 @@
 // loop. Several tabs show the same state, and an alert answered in one is gone in all.
 //
 // Threads: the Ui calls and web-view calls come on the main loop. connect(), disconnect(),
-// Client::next(), handleEvent() and evalResult() come on the HTTP server's threads. `_m`
-// guards the shown state, the clients and the pending script calls; the alerts' callbacks
-// and the web views by id belong to the main loop alone.
+// Client::next(), handleEvent(), the upload calls and evalResult() come on the HTTP server's
+// threads. `_m` guards the shown state, the clients and the pending script calls; the alerts'
+// callbacks and the web views by id belong to the main loop alone.
 
 #include <condition_variable>
 #include <cstdint>
@@ -75,6 +75,17 @@ class BrowserBridge : public Ui {
 
   // A tab's report, as parsed JSON. Checked here, then acted on on the main loop.
   Result handleEvent(const Json& event);
+
+  // An upload coming in: a spinner on every tab shows how far it is, until it ends, however.
+  void uploadStarted();
+  void uploadProgress(uint64_t received, uint64_t total);
+  void uploadEnded();
+  // An upload refused or cut short: every tab is told in an alert.
+  void uploadFailed(const std::string& text);
+  // A file a tab uploaded (now at `path`), handed to the button of the screen it was chosen
+  // on as the event "upload". A tab can't send that event itself.
+  Result handleUpload(uint64_t screen, const std::string& button, const std::string& name,
+                      const std::string& path);
 
   // Ui
   void showAlert(const std::string& title, const std::string& text) override;

@@ -99,7 +99,9 @@ int ServeCommand::run(const Options& o) {
     if (!running.empty()) return _showRunning(running, o);
     throw;
   }
-  WebServer server(bridge, {o.listen, o.port, "", 5});
+  WebServer::Options serverOptions{o.listen, o.port, "", 5};
+  serverOptions.uploadDir = o.dataDir + "/tmp";
+  WebServer server(bridge, serverOptions);
   server.start();
   std::string url = server.url();
   app.setInstanceAddress(url);

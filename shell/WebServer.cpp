@@ -5,12 +5,21 @@
 #include <openssl/crypto.h>
 #include <openssl/rand.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 
 #include "app/AppError.h"
 #include "app/Resources.h"
 #include "librivo/Json.h"
+#include "librivo/MediaManager.h"
 #include "shell/BrowserBridge.h"
 
 namespace rivo {
@@ -66,6 +75,33 @@ void answer(httplib::Response& res, int status, const Json& body) {
   res.set_content(body.dump(), "application/json");
 }
 
+std::string sizeText(uint64_t bytes) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f %s",
+                static_cast<double>(bytes) / (bytes >= (1 << 30) ? (1 << 30) : (1 << 20)),
+                bytes >= (1 << 30) ? "GB" : "MB");
+  return text;
+}
+
+uint64_t declaredLength(const httplib::Request& req) {
+  try {
+    return std::stoull(req.get_header_value("Content-Length"));
+  } catch (const std::exception&) {
+    return 0;
+  }
+}
+
+bool writeAll(int fd, const char* data, size_t size) {
+  while (size > 0) {
+    const ssize_t n = ::write(fd, data, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    data += n;
+    size -= static_cast<size_t>(n);
+  }
+  return true;
+}
+
 }  // namespace
 
 WebServer::WebServer(BrowserBridge& bridge, Options options)
@@ -91,7 +127,8 @@ std::string WebServer::url() const {
 void WebServer::start() {
   _server = std::make_unique<httplib::Server>();
   _server->new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
-  _server->set_payload_max_length(kMaxBody);
+  // Events are held to kMaxBody by the routes; only uploads may be this large.
+  _server->set_payload_max_length(std::max<uint64_t>(_options.maxUpload, kMaxBody));
   _server->set_keep_alive_timeout(5);
   _routes();
   if (_options.port == 0) {
@@ -165,7 +202,12 @@ void WebServer::_routes() {
       res.set_redirect("/", 303);
       return httplib::Server::HandlerResponse::Handled;
     }
-    if (_allowed(req)) return httplib::Server::HandlerResponse::Unhandled;
+    if (_allowed(req)) {
+      if (req.path == "/upload" || declaredLength(req) <= kMaxBody)
+        return httplib::Server::HandlerResponse::Unhandled;
+      answer(res, 413, {{"error", "Too large."}});
+      return httplib::Server::HandlerResponse::Handled;
+    }
     res.status = 403;
     res.set_content("Forbidden: open Rivo with the address it printed.\n", "text/plain");
     return httplib::Server::HandlerResponse::Handled;
@@ -198,7 +240,13 @@ void WebServer::_routes() {
         },
         [bridge, client](bool) { bridge->disconnect(client); });
   });
+  s.Post("/upload", [this](const httplib::Request& req, httplib::Response& res,
+                           const httplib::ContentReader& read) { _upload(req, res, read); });
   s.Post("/event", [this](const httplib::Request& req, httplib::Response& res) {
+    if (req.body.size() > kMaxBody) {
+      answer(res, 413, {{"error", "Too large."}});
+      return;
+    }
     if (req.get_header_value("Content-Type").rfind("application/json", 0) != 0) {
       answer(res, 400, {{"error", "Events are JSON."}});
       return;
@@ -237,6 +285,79 @@ void WebServer::_routes() {
         break;
     }
   });
+}
+
+void WebServer::_refuseUpload(httplib::Response& res, int status, const std::string& text) {
+  _bridge.uploadFailed(text);
+  answer(res, status, {{"error", text}});
+}
+
+void WebServer::_upload(const httplib::Request& req, httplib::Response& res,
+                        const httplib::ContentReader& read) {
+  const std::string name = req.get_param_value("name"), button = req.get_param_value("button");
+  uint64_t screen = 0;
+  try {
+    screen = std::stoull(req.get_param_value("screen"));
+  } catch (const std::exception&) {
+  }
+  if (_options.uploadDir.empty() || !screen || button.empty() || button.size() > 64 ||
+      name.size() > 255 || !MediaManager::isPlainName(name)) {
+    answer(res, 400, {{"error", "Malformed upload."}});
+    return;
+  }
+  // The size is known before a byte is stored, or nothing is.
+  const uint64_t length = declaredLength(req);
+  if (!req.has_header("Content-Length")) {
+    answer(res, 411, {{"error", "An upload needs its length."}});
+    return;
+  }
+  if (length > _options.maxUpload)
+    return _refuseUpload(
+        res, 413,
+        name + " is larger than " + sizeText(_options.maxUpload) + ", the most Rivo takes.");
+  struct statvfs disk {};
+  if (statvfs(_options.uploadDir.c_str(), &disk) == 0 &&
+      length > static_cast<uint64_t>(disk.f_bavail) * disk.f_frsize)
+    return _refuseUpload(res, 507, "There isn't enough free disk space to upload " + name + ".");
+
+  const std::string dir = _options.uploadDir + "/upload-" + randomSecret().substr(0, 16);
+  const std::string path = dir + "/" + name;
+  const int fd = mkdir(dir.c_str(), 0700) == 0
+                     ? ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)
+                     : -1;
+  if (fd < 0)
+    return _refuseUpload(res, 500, "The upload can't be stored: " + std::string(strerror(errno)));
+  _bridge.uploadStarted();
+  uint64_t received = 0, shown = 0;
+  bool written = true;
+  const bool complete = read([&](const char* data, size_t size) {
+    received += size;
+    if (received > length || !writeAll(fd, data, size)) {
+      written = false;
+      return false;
+    }
+    // A step of the spinner for each hundredth.
+    if ((received - shown) * 100 >= length) {
+      shown = received;
+      _bridge.uploadProgress(received, length);
+    }
+    return true;
+  });
+  if (::close(fd) != 0) written = false;
+  _bridge.uploadEnded();
+  std::error_code ec;
+  if (!complete || !written || received != length) {
+    std::filesystem::remove_all(dir, ec);
+    return _refuseUpload(res, 400, "The upload of " + name + " didn't arrive whole.");
+  }
+  const BrowserBridge::Result result = _bridge.handleUpload(screen, button, name, path);
+  if (result == BrowserBridge::Result::ok) {
+    answer(res, 200, {{"ok", true}});
+    return;
+  }
+  std::filesystem::remove_all(dir, ec);
+  answer(res, result == BrowserBridge::Result::unavailable ? 503 : 409,
+         {{"error", "The screen can't take the file now."}});
 }
 
 }  // namespace rivo

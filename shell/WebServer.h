@@ -3,16 +3,19 @@
 // events it posts. Every request must carry this run's secret (as the cookie the first visit
 // with the secret in the URL sets), a Host that names the address listened on (no DNS
 // rebinding) and, when it has an Origin, our own; anything else gets 403 and changes nothing.
+// Bodies are small JSON events, but for uploads, which are streamed to disk.
 //
 // Threads: start() and stop() from one thread; requests are served on the server's pool,
 // which calls only the BrowserBridge.
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <thread>
 
 namespace httplib {
 class Server;
+class ContentReader;
 struct Request;
 struct Response;
 }  // namespace httplib
@@ -31,6 +34,9 @@ class WebServer {
     // Seconds between keep-alive comments on an idle event stream; a write that fails is how
     // a closed tab is noticed.
     double heartbeat = 5;
+    // Where uploaded files are stored (each in a folder of its own); none are taken without.
+    std::string uploadDir = {};
+    uint64_t maxUpload = uint64_t{2} << 30;
   };
 
   WebServer(BrowserBridge& bridge, Options options);
@@ -53,6 +59,12 @@ class WebServer {
   bool _hostAllowed(const std::string& host) const;
   void _routes();
   void _serveResource(const std::string& name, const char* type, httplib::Response& res) const;
+  // POST /upload?screen=ID&button=ID&name=NAME with the file as the body, streamed to disk
+  // within the size limit and the free space, then handed to the screen's button.
+  void _upload(const httplib::Request& req, httplib::Response& res,
+               const httplib::ContentReader& read);
+  // A refusal the user hears of, as an alert on every tab, and the same text in the answer.
+  void _refuseUpload(httplib::Response& res, int status, const std::string& text);
 
   BrowserBridge& _bridge;
   Options _options;

@@ -93,6 +93,7 @@ const ICONS = {
   help: '<circle cx="12" cy="12" r="9.2" fill="none" stroke="currentColor" stroke-width="1.9"/><path d="M9.6 9.4a2.5 2.5 0 1 1 3.6 2.3c-.8.4-1.2.9-1.2 1.8v.4" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linecap="round"/><circle cx="12" cy="17.2" r="1.2" fill="currentColor"/>',
   refresh: '<path d="M19.5 12a7.5 7.5 0 1 1-2.2-5.3M19.5 4.5v4.3h-4.3" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round" stroke-linejoin="round"/>',
   add: '<path d="M12 5v14M5 12h14" fill="none" stroke="currentColor" stroke-width="2.2" stroke-linecap="round"/>',
+  import: '<path d="M12 4v10M8 10.5l4 4 4-4" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round" stroke-linejoin="round"/><path d="M4.5 14.5v3a2 2 0 0 0 2 2h11a2 2 0 0 0 2-2v-3" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round"/>',
   trash: '<path d="M5 7h14M10 7V5h4v2M7 7l1 12h8l1-12" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linecap="round" stroke-linejoin="round"/>',
 };
 function icon(name) {
@@ -123,6 +124,38 @@ function barButton(b, onClick) {
   button.disabled = b.enabled === false;
   button.addEventListener('click', onClick);
   return button;
+}
+
+// A button with `accept` chooses a file and sends it; the program hands it to the screen.
+function toolbarButton(b) {
+  if (!b.accept) return [barButton(b, () => sendScreen('button', b.id))];
+  const input = el('input');
+  input.type = 'file';
+  input.accept = b.accept;
+  input.hidden = true;
+  input.dataset.upload = b.id;
+  input.addEventListener('change', () => {
+    const file = input.files[0];
+    input.value = '';
+    if (file) upload(b.id, file);
+  });
+  return [barButton(b, () => { if (!frozen()) input.click(); }), input];
+}
+
+async function upload(button, file) {
+  if (!state.screen || frozen()) return;
+  const query = new URLSearchParams({ screen: state.screen.id, button, name: file.name });
+  try {
+    // The body is the file itself, streamed by the browser; progress comes back as the spinner.
+    await fetch('/upload?' + query, {
+      method: 'POST',
+      headers: { 'Content-Type': 'application/octet-stream' },
+      body: file,
+      credentials: 'same-origin',
+    });
+  } catch (e) {
+    // The program tells every tab what went wrong, if it heard of the upload at all.
+  }
 }
 
 function setScreen(screen) {
@@ -157,7 +190,7 @@ function setScreen(screen) {
   } else {
     title.textContent = screen.title || '';
   }
-  $('toolbar').replaceChildren(...(screen.toolbar || []).map((b) => barButton(b, () => sendScreen('button', b.id))));
+  $('toolbar').replaceChildren(...(screen.toolbar || []).flatMap(toolbarButton));
 
   const content = $('content');
   if (screen.webView) {

@@ -1,11 +1,16 @@
 #include "app/DecksViewController.h"
 
+#include <filesystem>
+
 #include "app/Preferences.h"
 #include "app/ProfileManager.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/ModelManager.h"
+#include "librivo/Storage.h"
+#include "librivo/ZipWriter.h"
 #include "tests/app/ScreenFixture.h"
 
 namespace rivo {
@@ -26,6 +31,13 @@ class DecksViewControllerTest : public test::ScreenFixture {
   void reload() {
     app->dvc()->loadDecks();
     settle();
+  }
+  // The alerts and questions shown, in order, without the spinners between them.
+  Strings said() const {
+    Strings out;
+    for (const std::string& e : ui.events)
+      if (e.rfind("alert:", 0) == 0 || e.rfind("ask:", 0) == 0) out.push_back(e);
+    return out;
   }
 };
 
@@ -118,8 +130,8 @@ TEST_F(DecksViewControllerTest, RenameAndAddRefuseWithTheirMessages) {
   auto add = [&](const std::string& name) {
     ui.events.clear();
     send("button", "addExport");
-    EXPECT_EQ(ui.events.at(0), "sheet:Add/Export|Add Empty Deck|Cancel");
-    ui.sheetAnswers.back()(0);
+    EXPECT_EQ(ui.events.at(0), "sheet:Add/Export|Import File...|Add Empty Deck|Cancel");
+    ui.sheetAnswers.back()(1);
     ui.type(name);
     settle();
     return ui.events.size() > 2 ? ui.events.at(2) : "";
@@ -176,6 +188,75 @@ TEST_F(DecksViewControllerTest, SelectingOpensTheDeckAndReloadsAfterAnHourOnResu
   app->onResume();
   settle();
   EXPECT_EQ(ui.events, (Strings{"spinner:Checking...", "hide"}));
+}
+
+// A package of one note in the deck "Imported", written at `path`.
+void writePackage(const std::string& path, const std::string& scratch) {
+  std::filesystem::create_directories(scratch);
+  const std::string file = scratch + "/collection.rivo2";
+  {
+    auto col = Storage::open(file);
+    const Id did = col->decks().getID("Imported");
+    const Id mid = jsonInt((*col->models().current())["id"]);
+    col->db()->run("insert into notes values (1, 'g', ?, 1, 0, '', 'a\037b', '', 0, 0, '')", {mid});
+    col->db()->run("insert into cards values (2,1,?,0,1,0,0,0,1,0,0,0,0,0,0,0,0,'')", {did});
+    col->close();
+  }
+  ZipWriter zip(path);
+  zip.add("collection.rivo2", test::readFile(file));
+  zip.add("media", "{}");
+  ASSERT_TRUE(zip.close());
+}
+
+TEST_F(DecksViewControllerTest, ImportFromDocumentsConfirmsTheReplaceAndOffersToDeleteTheFile) {
+  send("button", "addExport");
+  ui.sheetAnswers.back()(0);
+  const std::string documents = app->pm().backupFolder();
+  EXPECT_EQ(ui.events.back(),
+            "alert:Cannot Import|No file found to import. Make sure you have placed the "
+            "collection.rpkg file in the Documents folder (" +
+                documents + ").");
+
+  writePackage(documents + "/collection.rpkg", dir.file("src"));
+  ui.events.clear();
+  send("button", "addExport");
+  ui.sheetAnswers.back()(0);
+  ASSERT_TRUE(app->dispatch().main().runUntil([&] { return !ui.answers.empty(); },
+                                              std::chrono::seconds(5)));
+  EXPECT_EQ(ui.events.back(),
+            "ask:Confirm Replace|Are you sure you want to replace your collection with the "
+            "imported file? This action cannot be undone.|Cancel|Replace");
+  ui.answers.back()(1);
+  settle();
+  EXPECT_EQ(ui.events.at(2), "spinner:Importing...");
+  EXPECT_EQ(said().back(), "alert:|Import complete.");
+  EXPECT_EQ(said().at(1),
+            "ask:Delete Import File|Delete the collection.rpkg file after import?|No|Yes");
+  EXPECT_EQ(rowIds(), Strings{"Imported"});
+  ASSERT_EQ(ui.answers.size(), 2u);
+  ui.answers.back()(1);  // "Delete the collection.rpkg file after import?"
+  EXPECT_FALSE(std::filesystem::exists(documents + "/collection.rpkg"));
+}
+
+TEST_F(DecksViewControllerTest, AnUploadMergesAndAFailureStillEndsWithImportComplete) {
+  const std::string folder = dir.file("data/tmp/upload-1");
+  std::filesystem::create_directories(folder);
+  writePackage(folder + "/shared.rpkg", dir.file("src"));
+  EXPECT_EQ(ui.screen["toolbar"][1]["accept"], ".rpkg");
+  EXPECT_TRUE(send("button", "import", "upload",
+                   {{"name", "shared.rpkg"}, {"path", folder + "/shared.rpkg"}}));
+  EXPECT_EQ(said(), Strings{"alert:|Import complete."});
+  EXPECT_EQ(rowIds(), (Strings{"Imported"}));
+  EXPECT_FALSE(std::filesystem::exists(folder)) << "the upload is removed";
+
+  std::filesystem::create_directories(folder);
+  test::writeFile(folder + "/bad.rpkg", "junk");
+  ui.events.clear();
+  send("button", "import", "upload", {{"name", "bad.rpkg"}, {"path", folder + "/bad.rpkg"}});
+  EXPECT_EQ(said(), (Strings{"alert:|Error importing: The file is not a Rivo package: it can't "
+                             "be read as a zip file.",
+                             "alert:|Import complete."}));
+  EXPECT_FALSE(send("button", "import", "upload", "no object"));
 }
 
 }  // namespace

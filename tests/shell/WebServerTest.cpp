@@ -6,6 +6,7 @@
 #include <httplib.h>
 
 #include <chrono>
+#include <filesystem>
 #include <future>
 #include <thread>
 
@@ -37,7 +38,10 @@ class WebServerTest : public ::testing::Test {
                  !bridge.snapshot()["popup"].is_object();
         },
         10s);
-    server = std::make_unique<WebServer>(bridge, WebServer::Options{"127.0.0.1", 0, "s3cret", 0.1});
+    WebServer::Options options{"127.0.0.1", 0, "s3cret", 0.1};
+    options.uploadDir = dir.file("data/tmp");
+    options.maxUpload = 64 << 10;
+    server = std::make_unique<WebServer>(bridge, options);
     server->start();
     host = "127.0.0.1:" + std::to_string(server->port());
     cookie = server->cookieName() + "=s3cret";
@@ -152,6 +156,41 @@ TEST_F(WebServerTest, MalformedAndStaleEventsAreRefusedAndChangeNothing) {
   EXPECT_EQ(post({{"screen", screen}, {"element", "button"}, {"id", "nope"}}), 409);
   EXPECT_EQ(app->nc()->depth(), 1u);
   EXPECT_EQ(screenId(), screen);
+}
+
+TEST_F(WebServerTest, AnUploadIsStoredWithinItsLimitsAndHandedToItsScreen) {
+  EXPECT_EQ(post({{"alert", alerts()[0]["id"]}, {"button", 0}}), 200);
+  const std::string tmp = dir.file("data/tmp");
+  const auto upload = [&](const std::string& name, const std::string& body,
+                          httplib::Headers headers) {
+    return request([&] {
+      httplib::Client c("127.0.0.1", server->port());
+      const std::string query = "/upload?screen=" + std::to_string(screenId()) +
+                                "&button=import&name=" + httplib::detail::encode_query_param(name);
+      auto r = c.Post(query.c_str(), headers, body, "application/octet-stream");
+      return r ? r->status : -1;
+    });
+  };
+  EXPECT_EQ(upload("a.rpkg", "x", {{"Host", host}}), 403);
+  EXPECT_EQ(upload("../a.rpkg", "x", ours()), 400);
+  EXPECT_EQ(upload("big.rpkg", std::string(65 << 10, 'x'), ours()), 413);
+  ASSERT_TRUE(app->dispatch().main().runUntil([&] { return !alerts().empty(); }, 5s));
+  EXPECT_EQ(alerts()[0]["title"], "Upload Failed");
+  EXPECT_EQ(post({{"alert", alerts()[0]["id"]}, {"button", 0}}), 200);
+  // Only the server says a file was uploaded, with the path where it put it.
+  EXPECT_EQ(post({{"screen", screenId()},
+                  {"element", "button"},
+                  {"id", "import"},
+                  {"kind", "upload"},
+                  {"value", {{"name", "x.rpkg"}, {"path", "/etc/passwd"}}}}),
+            400);
+  EXPECT_TRUE(std::filesystem::is_empty(tmp));
+
+  // Stored, handed to the deck list, imported (it isn't a package) and removed.
+  EXPECT_EQ(upload("junk.rpkg", "junk", ours()), 200);
+  ASSERT_TRUE(app->dispatch().main().runUntil([&] { return alerts().size() == 2; }, 10s));
+  EXPECT_EQ(alerts()[1]["text"], "Import complete.");
+  EXPECT_TRUE(std::filesystem::is_empty(tmp));
 }
 
 TEST_F(WebServerTest, AnAlertIsAnsweredOnceAndInputWaitsForTheSpinner) {
