@@ -170,7 +170,8 @@ void RivoPackageImporter::_readMediaMap() {
     if (num == kCollectionEntry || num == kMediaEntry || !_entries.count(num))
       throw ImportError("The package is damaged: the media file " + name.dump() +
                         " is missing from it.");
-    _mediaMap[num] = fname;
+    // Names are compared composed, as the media folder stores them.
+    _mediaMap[num] = MediaManager::nfc(fname);
   }
 }
 
@@ -249,8 +250,7 @@ std::string RivoPackageImporter::_stageEntry(const std::string& entry) {
 
 std::string RivoPackageImporter::_srcMediaData(const std::string& fname) {
   _progress(_filesImported++);
-  auto it = _nameToNum.find(fname);
-  if (it == _nameToNum.end()) it = _nameToNum.find(MediaManager::nfc(fname));
+  auto it = _nameToNum.find(MediaManager::nfc(fname));
   if (it == _nameToNum.end()) return {};
   return _stageEntry(it->second);
 }

@@ -379,6 +379,12 @@ document.addEventListener('keydown', (e) => {
     case 'Escape':
       if (state.screen && state.screen.back) { sendScreen('back'); e.preventDefault(); }
       return;
+    case 'i': case 'I': {
+      // The screen's file chooser, when it has one.
+      const chooser = !e.ctrlKey && !e.metaKey && !e.altKey && $('toolbar').querySelector('input[type=file]');
+      if (chooser) { chooser.click(); e.preventDefault(); }
+      return;
+    }
     case 'r': case 'R':
       if (!e.ctrlKey && !e.metaKey && !e.altKey && state.screen && state.screen.refreshable) {
         sendScreen('refresh');

@@ -336,6 +336,19 @@ TEST_F(PackageImport, ReplaceSwapsTheCollectionAndTrustsSameNameSameSize) {
   EXPECT_EQ(sqlInt("select count() from notes"), 1);
 }
 
+TEST_F(PackageImport, ACollectionFileMergesWithItsMediaFolderAndStaysUntouched) {
+  srcNote("g", "<img src=\"pic.jpg\">\037b", 1);
+  src->close();
+  src.reset();
+  test::writeFile(dir.file("src/media/pic.jpg"), "pic");
+  const std::string before = test::readFile(dir.file("src/collection.rivo2"));
+  Rivo2Importer importer(*col, dir.file("src/collection.rivo2"));
+  importer.runWithMedia(dir.file("src/media"));
+  EXPECT_EQ(media("pic.jpg"), "pic");
+  EXPECT_EQ(sqlInt("select count() from notes"), 1);
+  EXPECT_EQ(test::readFile(dir.file("src/collection.rivo2")), before);
+}
+
 // The zip with the claimed uncompressed size of `name` raised in its directory.
 std::string claiming(std::string zip, const std::string& name, uint32_t size) {
   for (size_t at = 0; (at = zip.find("PK\x01\x02", at)) != std::string::npos; ++at) {
