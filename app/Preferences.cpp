@@ -14,6 +14,7 @@
 #include <sstream>
 
 #include "librivo/SysLog.h"
+#include "librivo/Utils.h"
 
 namespace rivo {
 
@@ -30,21 +31,6 @@ size_t skipToDigits(const std::string& s, bool* negative) {
   *negative = false;
   if (i < s.size() && (s[i] == '+' || s[i] == '-')) *negative = s[i++] == '-';
   return i;
-}
-
-bool writeAll(int fd, const std::string& text) {
-  const char* p = text.data();
-  size_t left = text.size();
-  while (left > 0) {
-    ssize_t n = ::write(fd, p, left);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    p += n;
-    left -= static_cast<size_t>(n);
-  }
-  return true;
 }
 
 }  // namespace

@@ -116,16 +116,6 @@ bool readWhole(const std::string& path, std::string& out) {
   return readAt(AT_FDCWD, path.c_str(), out);
 }
 
-bool writeAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t n = write(fd, bytes.data(), bytes.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    bytes.remove_prefix(static_cast<size_t>(n));
-  }
-  return true;
-}
-
 // Names in a folder, one level, without "." and "..". False when it can't be listed.
 bool listFolder(const std::string& dir,
                 const std::function<void(int dirFd, const dirent& entry)>& each) {

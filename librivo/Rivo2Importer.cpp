@@ -118,12 +118,7 @@ bool copyInto(int from, int to) {
     const ssize_t n = read(from, buffer, sizeof buffer);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return n == 0;
-    for (ssize_t done = 0; done < n;) {
-      const ssize_t w = write(to, buffer + done, static_cast<size_t>(n - done));
-      if (w < 0 && errno == EINTR) continue;
-      if (w <= 0) return false;
-      done += w;
-    }
+    if (!writeAll(to, std::string_view(buffer, static_cast<size_t>(n)))) return false;
   }
 }
 

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -416,18 +417,23 @@ std::string tmpDir() {
   return dir && *dir ? dir : "/tmp";
 }
 
+bool writeAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t n = write(fd, bytes.data(), bytes.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    bytes.remove_prefix(static_cast<size_t>(n));
+  }
+  return true;
+}
+
 std::string tmpFileFromData(std::string_view bytes) {
   std::string path = (std::filesystem::path(tmpDir()) / "XXXXXX.tmp").string();
   const int fd = mkstemps(path.data(), 4);
   if (fd < 0) throw std::runtime_error("could not create a temporary file in " + tmpDir());
-  size_t written = 0;
-  while (written < bytes.size()) {
-    const ssize_t n = write(fd, bytes.data() + written, bytes.size() - written);
-    if (n <= 0) break;
-    written += static_cast<size_t>(n);
-  }
+  const bool written = writeAll(fd, bytes);
   const bool closed = close(fd) == 0;
-  if (written < bytes.size() || !closed) {
+  if (!written || !closed) {
     unlink(path.c_str());
     throw std::runtime_error("could not write the temporary file " + path);
   }

@@ -97,6 +97,9 @@ std::string tmpDir();
 std::string tmpFileFromData(std::string_view bytes);
 std::string tmpFileFromData(const std::vector<uint8_t>& bytes);
 std::string tmpFileFromJSON(const Json& value);
+// Writes all of `bytes` to the open file, going on after interruptions and short writes;
+// false (errno set) when a write fails.
+bool writeAll(int fd, std::string_view bytes);
 // Removes everything inside `dir`, ignoring failures; `dir` itself stays.
 void clearTempDir(const std::string& dir);
 // "linux:" and the kernel release.

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <vector>
 
+#include "librivo/Utils.h"
+
 namespace rivo {
 
 namespace {
@@ -17,17 +19,6 @@ namespace {
 // little for the stream's own framing.
 constexpr uint64_t kMaxDeflateRatio = 1032;
 constexpr uint64_t kDeflateSlack = 1024;
-
-bool writeAll(int fd, const char* data, size_t size) {
-  while (size > 0) {
-    const ssize_t n = ::write(fd, data, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    data += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
-}
 
 }  // namespace
 
@@ -159,7 +150,7 @@ bool ZipReader::extract(const std::string& name, int fd, size_t piece) {
   bool written = true;
   while ((n = unzReadCurrentFile(_zip, buffer.data(), static_cast<unsigned>(buffer.size()))) > 0) {
     total += static_cast<uint64_t>(n);
-    if (!(written = writeAll(fd, buffer.data(), static_cast<size_t>(n)))) break;
+    if (!(written = writeAll(fd, std::string_view(buffer.data(), static_cast<size_t>(n))))) break;
   }
   const std::string why = written ? std::string() : std::strerror(errno);
   // Closing checks the CRC once the whole entry has been read.

@@ -20,6 +20,7 @@
 #include "app/Resources.h"
 #include "librivo/Json.h"
 #include "librivo/MediaManager.h"
+#include "librivo/Utils.h"
 #include "shell/BrowserBridge.h"
 
 namespace rivo {
@@ -89,17 +90,6 @@ uint64_t declaredLength(const httplib::Request& req) {
   } catch (const std::exception&) {
     return 0;
   }
-}
-
-bool writeAll(int fd, const char* data, size_t size) {
-  while (size > 0) {
-    const ssize_t n = ::write(fd, data, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    data += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
 }
 
 }  // namespace
@@ -332,7 +322,7 @@ void WebServer::_upload(const httplib::Request& req, httplib::Response& res,
   bool written = true;
   const bool complete = read([&](const char* data, size_t size) {
     received += size;
-    if (received > length || !writeAll(fd, data, size)) {
+    if (received > length || !writeAll(fd, std::string_view(data, size))) {
       written = false;
       return false;
     }

@@ -3,18 +3,14 @@
 import { after, before, test } from 'node:test';
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
-import { alertBox, answer, browser, expectAlert, generate, noSpinner, open, row, rowIds, screenshots, serve, tempDir } from './rivo.mjs';
+import { alertBox, answer, expectAlert, generate, launched, noSpinner, row, rowIds, screenshots, tempDir } from './rivo.mjs';
 
 let data, rivo, chrome, page;
 
 before(async () => {
   data = tempDir();
   generate(data, { notes: 2000, decks: 30 });
-  rivo = await serve(data);
-  chrome = await browser();
-  page = await open(chrome.context, rivo.url);
-  await answer(page, 'OK');  // the welcome
-  await noSpinner(page);
+  ({ rivo, chrome, page } = await launched(data));
 });
 
 after(async () => {

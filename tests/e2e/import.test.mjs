@@ -5,7 +5,7 @@ import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
 import zlib from 'node:zlib';
-import { answer, browser, expectAlert, generate, noSpinner, open, rowIds, screenshots, serve, tempDir } from './rivo.mjs';
+import { answer, expectAlert, generate, launched, noSpinner, rowIds, screenshots, tempDir } from './rivo.mjs';
 
 let data, source, rivo, chrome, page;
 
@@ -61,11 +61,7 @@ before(async () => {
   data = tempDir();
   source = tempDir();
   generate(source, { notes: 60, decks: 6 });
-  rivo = await serve(data);
-  chrome = await browser();
-  page = await open(chrome.context, rivo.url);
-  await answer(page, 'OK');  // the welcome
-  await noSpinner(page);
+  ({ rivo, chrome, page } = await launched(data));
 });
 
 after(async () => {

@@ -85,6 +85,16 @@ export async function open(context, url) {
   return page;
 }
 
+// Rivo serving `data`, and a page on it past the first run's welcome.
+export async function launched(data, extra = []) {
+  const rivo = await serve(data, extra);
+  const chrome = await browser();
+  const page = await open(chrome.context, rivo.url);
+  await answer(page, 'OK');  // the welcome
+  await noSpinner(page);
+  return { rivo, chrome, page };
+}
+
 export async function screenshots(page, name) {
   fs.mkdirSync(ARTIFACTS, { recursive: true });
   const size = page.viewportSize();
