@@ -138,6 +138,9 @@ void Rivo2Importer::_prepareFiles() {
   std::error_code ec;
   if (!std::filesystem::is_regular_file(_file, ec))
     throw ImportError("There is no collection to import at " + _file + ".");
+  // The open collection holds its file locked: opening it again would wait for ever.
+  if (std::filesystem::equivalent(_file, _col.path(), ec))
+    throw ImportError("The collection can't be imported into itself.");
   std::unique_ptr<Col> src;
   try {
     src = Storage::open(_file, true, true, true);

@@ -347,6 +347,7 @@ TEST_F(PackageImport, ACollectionFileMergesWithItsMediaFolderAndStaysUntouched) 
   EXPECT_EQ(media("pic.jpg"), "pic");
   EXPECT_EQ(sqlInt("select count() from notes"), 1);
   EXPECT_EQ(test::readFile(dir.file("src/collection.rivo2")), before);
+  EXPECT_THROW(Rivo2Importer(*col, path()).run(), ImportError);
 }
 
 // The zip with the claimed uncompressed size of `name` raised in its directory.
