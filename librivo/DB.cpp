@@ -27,9 +27,57 @@ bool hasPrefix(std::string_view s, std::string_view p) {
   return s.substr(0, p.size()) == p;
 }
 
+// The first seven characters after leading white space, lower-cased: enough to tell the kind.
+std::string leadingWord(std::string_view sql) {
+  size_t b = 0;
+  while (b < sql.size() && std::isspace(static_cast<unsigned char>(sql[b]))) ++b;
+  std::string head;
+  for (size_t i = b; i < sql.size() && head.size() < 7; ++i)
+    head += static_cast<char>(std::tolower(static_cast<unsigned char>(sql[i])));
+  return head;
+}
+
+// Enough for every fixed statement of the program; generated ones (id lists) come and go.
+constexpr size_t kCachedStatements = 100;
+// Longer texts carry lists of ids and are unlikely to come again.
+constexpr size_t kLongestCachedSql = 1000;
+
+// Pragmas may compute their answer while being prepared, and schema changes run rarely.
+bool mayKeep(std::string_view sql, DB::QueryType type) {
+  return type != DB::QueryType::Other && !hasPrefix(leadingWord(sql), "pragma") &&
+         sql.size() <= kLongestCachedSql;
+}
+
 }  // namespace
 
-DB::DB(std::string path) : _path(std::move(path)) {
+// A statement lent for one call: from the cache and back to it when it may be kept there,
+// otherwise prepared for the call and finalized after it.
+class DB::Borrowed {
+ public:
+  Borrowed(DB& db, const std::string& sql, bool mayCache) : _db(db), _sql(sql), _cached(mayCache) {
+    if (_cached) _stmt = _db._statements.take(sql);
+    if (!_stmt) _stmt = _db._prepare(sql);
+  }
+  ~Borrowed() {
+    if (!_stmt) return;
+    if (_cached)
+      _db._statements.release(_sql, _stmt);
+    else
+      sqlite3_finalize(_stmt);
+  }
+  Borrowed(const Borrowed&) = delete;
+  Borrowed& operator=(const Borrowed&) = delete;
+
+  sqlite3_stmt* get() const { return _stmt; }
+
+ private:
+  DB& _db;
+  const std::string& _sql;
+  bool _cached;
+  sqlite3_stmt* _stmt = nullptr;
+};
+
+DB::DB(std::string path) : _path(std::move(path)), _statements(kCachedStatements) {
   assert(sqlite3_threadsafe());
   int rc = sqlite3_open(_path.c_str(), &_db);
   if (rc != SQLITE_OK) {
@@ -46,11 +94,7 @@ DB::~DB() {
 }
 
 DB::QueryType DB::_queryType(std::string_view sql) {
-  size_t b = 0;
-  while (b < sql.size() && std::isspace(static_cast<unsigned char>(sql[b]))) ++b;
-  std::string head;
-  for (size_t i = b; i < sql.size() && head.size() < 7; ++i)
-    head += static_cast<char>(std::tolower(static_cast<unsigned char>(sql[i])));
+  const std::string head = leadingWord(sql);
   if (hasPrefix(head, "select") || hasPrefix(head, "pragma")) return QueryType::Read;
   if (hasPrefix(head, "insert") || hasPrefix(head, "update") || hasPrefix(head, "delete") ||
       hasPrefix(head, "replace"))
@@ -127,15 +171,25 @@ bool DB::inTransaction() const {
   return _db && !sqlite3_get_autocommit(_db);
 }
 
+bool DB::_runControl(const char* sql) {
+  const std::string text(sql);
+  Borrowed stmt(*this, text, true);
+  if (!stmt.get()) return false;
+  if (_step(stmt.get()) == SQLITE_DONE) return true;
+  _logError(text);
+  return false;
+}
+
 bool DB::_begin() {
-  sqlite3_stmt* stmt = _prepare("begin exclusive transaction");
-  if (!stmt) return false;
-  int rc = _step(stmt);
-  sqlite3_finalize(stmt);
-  return rc == SQLITE_DONE;
+  return _runControl("begin exclusive transaction");
 }
 
 bool DB::execute(const std::string& sql, const Row& vars, const RowCallback& onRow) {
+  return _execute(sql, vars, onRow, true);
+}
+
+bool DB::_execute(const std::string& sql, const Row& vars, const RowCallback& onRow,
+                  bool mayCache) {
   std::lock_guard guard(_lock);
   if (!_db) return false;
   if (echo) sysLog(sql);
@@ -144,19 +198,15 @@ bool DB::execute(const std::string& sql, const Row& vars, const RowCallback& onR
     mod = true;
     if (!inTransaction()) _begin();
   }
-  sqlite3_stmt* stmt = _prepare(sql);
-  if (!stmt) return false;
-  if (!_bind(stmt, vars, sql, type != QueryType::Read)) {
-    sqlite3_finalize(stmt);
-    return false;
-  }
+  Borrowed stmt(*this, sql, mayCache && mayKeep(sql, type));
+  if (!stmt.get()) return false;
+  if (!_bind(stmt.get(), vars, sql, type != QueryType::Read)) return false;
   int rc;
-  while ((rc = _step(stmt)) == SQLITE_ROW) {
-    if (onRow) onRow(stmt);
+  while ((rc = _step(stmt.get())) == SQLITE_ROW) {
+    if (onRow) onRow(stmt.get());
   }
   bool ok = rc == SQLITE_DONE;
   if (!ok) _logError(sql);
-  sqlite3_finalize(stmt);
   return ok;
 }
 
@@ -173,13 +223,15 @@ std::vector<bool> DB::executeMany(const std::string& sql, const std::vector<Row>
   results.reserve(rows.size());
   std::lock_guard guard(_lock);
   if (!_db) return std::vector<bool>(rows.size(), false);
-  if (_queryType(sql) == QueryType::Write) {
+  const QueryType type = _queryType(sql);
+  if (type == QueryType::Write) {
     mod = true;
     if (!inTransaction()) _begin();
   }
-  // One prepare for all rows: the statement is reset between them, which is what a per-row
-  // memory pool achieves, without the cost of preparing each time.
-  sqlite3_stmt* stmt = _prepare(sql);
+  // One statement for all rows, reset between them: what a per-row memory pool achieves,
+  // without the cost of preparing each time.
+  Borrowed borrowed(*this, sql, mayKeep(sql, type));
+  sqlite3_stmt* stmt = borrowed.get();
   for (const Row& row : rows) {
     if (!stmt) {
       results.push_back(false);
@@ -197,7 +249,6 @@ std::vector<bool> DB::executeMany(const std::string& sql, const std::vector<Row>
     }
     results.push_back(ok);
   }
-  sqlite3_finalize(stmt);
   return results;
 }
 
@@ -211,7 +262,7 @@ void DB::executeScript(const std::string& script) {
         script.substr(start, pos == std::string::npos ? std::string::npos : pos - start);
     bool blank = std::all_of(piece.begin(), piece.end(),
                              [](unsigned char c) { return std::isspace(c) || c == ';'; });
-    if (!blank) execute(piece);
+    if (!blank) _execute(piece, {}, {}, false);
     if (pos == std::string::npos) break;
     start = pos + 2;
   }
@@ -288,10 +339,7 @@ void DB::beginTransaction() {
 void DB::commit() {
   std::lock_guard guard(_lock);
   if (!inTransaction()) return;
-  sqlite3_stmt* stmt = _prepare("commit transaction");
-  if (!stmt) return;
-  if (_step(stmt) != SQLITE_DONE) _logError("commit transaction");
-  sqlite3_finalize(stmt);
+  _runControl("commit transaction");
 }
 
 void DB::rollback() {
@@ -300,15 +348,13 @@ void DB::rollback() {
     sysLog("not in transaction...");
     return;
   }
-  sqlite3_stmt* stmt = _prepare("rollback transaction");
-  if (!stmt) return;
-  if (_step(stmt) != SQLITE_DONE) _logError("rollback transaction");
-  sqlite3_finalize(stmt);
+  _runControl("rollback transaction");
 }
 
 void DB::close() {
   std::lock_guard guard(_lock);
   if (!_db) return;
+  _statements.clear();
   while (sqlite3_stmt* leaked = sqlite3_next_stmt(_db, nullptr)) {
     sysLog("Closing leaked statement");
     sqlite3_finalize(leaked);

@@ -1,5 +1,11 @@
 #pragma once
 // The SQLite wrapper every part of the program reaches the collection file through.
+//
+// Owns its connection. Any thread may call; each call holds `_lock` (which guards the
+// connection and the statement cache) for the whole statement, row callbacks included.
+// Statements that read or write rows are prepared once per text and kept (up to a bound, least
+// recently used first out); scripts, pragmas and statements that change the schema are
+// prepared for each call. Closing finalizes them all.
 
 #include <functional>
 #include <mutex>
@@ -8,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "librivo/StatementCache.h"
 #include "librivo/Value.h"
 
 struct sqlite3;
@@ -45,6 +52,9 @@ class DB {
   // Convenience: scalar as an integer, 0 when there is no row or it is NULL.
   int64_t scalarInt(const std::string& sql, const Row& vars = {});
 
+  // Prepared statements kept for reuse (for tests).
+  size_t cachedStatements() const { return _statements.size(); }
+
   void beginTransaction();
   void commit();
   void rollback();
@@ -61,6 +71,11 @@ class DB {
   bool echo = false;
 
  private:
+  class Borrowed;
+
+  bool _execute(const std::string& sql, const Row& vars, const RowCallback& onRow, bool mayCache);
+  // Runs a statement that takes no values and returns no rows, such as "commit transaction".
+  bool _runControl(const char* sql);
   sqlite3_stmt* _prepare(const std::string& sql);
   bool _bind(sqlite3_stmt* stmt, const Row& vars, const std::string& sql, bool isUpdate);
   int _step(sqlite3_stmt* stmt);
@@ -70,6 +85,7 @@ class DB {
   std::string _path;
   sqlite3* _db = nullptr;
   std::recursive_mutex _lock;
+  StatementCache _statements;
 };
 
 // Reads a column of the current row of a statement as a Value.

@@ -135,5 +135,38 @@ TEST_F(DBTest, FailuresGiveEmptyResultsAndClosedOrForeignFilesRefuseWork) {
   EXPECT_EQ(test::readFile(dir.file("junk")), std::string(4096, 'x'));
 }
 
+TEST_F(DBTest, KeptStatementsGiveTheSameAnswersAsFreshOnes) {
+  db->run("insert into t values (1, 'a')");
+  db->run("insert into t values (2, 'b')");
+  const size_t kept = db->cachedStatements();
+  EXPECT_EQ(db->scalarInt("select count() from t where id > ?", {int64_t{0}}), 2);
+  EXPECT_EQ(db->scalarInt("select count() from t where id > ?", {int64_t{1}}), 1);
+  EXPECT_EQ(db->cachedStatements(), kept + 1) << "one statement for both calls";
+
+  // The same text again inside its own row callback: the inner call gets a statement of its own.
+  std::vector<std::string> pairs;
+  const std::string sql = "select v from t where id >= ? order by id";
+  db->execute(sql, {int64_t{1}}, [&](sqlite3_stmt* st) {
+    const std::string outer = toText(columnValue(st, 0));
+    for (const Value& inner : db->list(sql, {int64_t{2}})) pairs.push_back(outer + toText(inner));
+  });
+  EXPECT_EQ(pairs, (std::vector<std::string>{"ab", "bb"}));
+
+  // A kept statement follows a change of the schema; one that fails to prepare isn't kept.
+  EXPECT_EQ(db->first("select * from t where id = 1")->size(), 2u);
+  db->executeScript("alter table t add column w default 7");
+  EXPECT_EQ(db->first("select * from t where id = 1")->size(), 3u);
+  const size_t before = db->cachedStatements();
+  EXPECT_FALSE(db->scalar("select nope from t").has_value());
+  EXPECT_EQ(db->cachedStatements(), before);
+
+  // Bounded, and emptied by close: a closed database runs nothing, kept or not.
+  for (int i = 0; i < 300; ++i) db->scalar("select " + std::to_string(i));
+  EXPECT_LE(db->cachedStatements(), 100u);
+  db->close();
+  EXPECT_EQ(db->cachedStatements(), 0u);
+  EXPECT_FALSE(db->scalar("select count() from t where id > ?", {int64_t{0}}).has_value());
+}
+
 }  // namespace
 }  // namespace rivo
