@@ -69,7 +69,7 @@ void Card::flush() {
       "insert or replace into cards values (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
       {id, nid, did, int64_t{ord}, mod, int64_t{usn}, int64_t{type}, int64_t{queue}, due, ivl,
        int64_t{factor}, int64_t{reps}, int64_t{lapses}, int64_t{left}, odue, odid, flags, data});
-  col->log({"flush", description()});
+  if (col->logging()) col->log({"flush", description()});
 }
 
 void Card::flushSched() {
@@ -79,7 +79,7 @@ void Card::flushSched() {
       "lapses=?, left=?, odue=?, odid=?, did=? where id = ?",
       {mod, int64_t{usn}, int64_t{type}, int64_t{queue}, due, ivl, int64_t{factor}, int64_t{reps},
        int64_t{lapses}, int64_t{left}, odue, odid, did, id});
-  col->log({"flushSched", description()});
+  if (col->logging()) col->log({"flushSched", description()});
 }
 
 std::shared_ptr<Note> Card::noteAndReload(bool reload) {

@@ -469,7 +469,7 @@ std::optional<Id> Col::_undoReviewSavingCurrentCard(const Card* current) {
 // The debug log.
 
 void Col::log(const std::vector<std::string>& items) {
-  if (_logFolder.empty()) return;
+  if (!logging()) return;
   std::string text;
   for (const std::string& item : items) {
     if (!text.empty()) text += ' ';
@@ -532,7 +532,8 @@ int Col::addNote(Note& note) {
   note.flush();
   // All cards of one note share its due position.
   const int64_t due = nextID("pos");
-  for (const Json& t : tmpls) _newCard(note, t, due);
+  // The cards are written and dropped, so they need no copy of the note.
+  for (const Json& t : tmpls) _newCardRow(note, t, due).flush();
   return static_cast<int>(tmpls.size());
 }
 
@@ -650,9 +651,15 @@ std::vector<Card> Col::previewCards(Note& note, int type) {
 }
 
 Card Col::_newCard(Note& note, const Json& tmpl, int64_t due, bool flush) {
+  Card card = _newCardRow(note, tmpl, due);
+  card.setNote(std::make_shared<Note>(note));
+  if (flush) card.flush();
+  return card;
+}
+
+Card Col::_newCardRow(const Note& note, const Json& tmpl, int64_t due) {
   Card card(*this);
   card.nid = note.id;
-  card.setNote(std::make_shared<Note>(note));
   card.ord = static_cast<int>(jsonInt(tmpl.contains("ord") ? tmpl["ord"] : Json()));
   Json did = deckOf(modelOf(*this, note));
   if (did.is_null()) did = 1;
@@ -663,7 +670,6 @@ Card Col::_newCard(Note& note, const Json& tmpl, int64_t due, bool flush) {
   const bool dyn = deck && deck->contains("dyn") && jsonInt((*deck)["dyn"]) != 0;
   card.did = dyn || !deck || !deck->contains("id") ? 1 : jsonInt((*deck)["id"], 1);
   card.due = _dueForDid(card.did, due);
-  if (flush) card.flush();
   return card;
 }
 

@@ -96,6 +96,8 @@ class Col {
   // Unsaved cards: type 0 those the fields call for, 1 the note's cards, else every template.
   std::vector<Card> previewCards(Note& note, int type = 0);
   Card _newCard(Note& note, const Json& tmpl, int64_t due, bool flush = true);
+  // The new card's row alone: _newCard without the copy of the note or the write.
+  Card _newCardRow(const Note& note, const Json& tmpl, int64_t due);
   int64_t _dueForDid(Id did, int64_t due);
   // Recomputes the notes' sort field and checksum from their fields.
   void updateFieldCache(const std::vector<Id>& nids);
@@ -130,9 +132,10 @@ class Col {
   std::optional<Id> undoSavingCurrentCard(const Card* current);
   void _markOp(const std::string& name);
 
-  // The debug log: one "[seconds]: text" line per call.
+  // The debug log: one "[seconds]: text" line per call, when there is a log (logging()).
   // Takes a brace list: log({"flush", card.description()}).
   void log(const std::vector<std::string>& items);
+  bool logging() const { return !_logFolder.empty(); }
 
   // Throttled to four a second; the sink (set by the application) shows the text.
   void updateProgressWithBlock(const ProgressBlock& block);

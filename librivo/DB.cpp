@@ -42,10 +42,28 @@ constexpr size_t kCachedStatements = 100;
 // Longer texts carry lists of ids and are unlikely to come again.
 constexpr size_t kLongestCachedSql = 1000;
 
-// Pragmas may compute their answer while being prepared, and schema changes run rarely.
-bool mayKeep(std::string_view sql, DB::QueryType type) {
-  return type != DB::QueryType::Other && !hasPrefix(leadingWord(sql), "pragma") &&
-         sql.size() <= kLongestCachedSql;
+DB::QueryType typeOf(std::string_view head) {
+  if (hasPrefix(head, "select") || hasPrefix(head, "pragma")) return DB::QueryType::Read;
+  if (hasPrefix(head, "insert") || hasPrefix(head, "update") || hasPrefix(head, "delete") ||
+      hasPrefix(head, "replace"))
+    return DB::QueryType::Write;
+  return DB::QueryType::Other;
+}
+
+// What the first word of a statement tells.
+struct Traits {
+  DB::QueryType type;
+  bool removesRows;
+  // Pragmas may compute their answer while being prepared, and schema changes run rarely.
+  bool mayKeep;
+};
+
+Traits traitsOf(std::string_view sql) {
+  const std::string head = leadingWord(sql);
+  const DB::QueryType type = typeOf(head);
+  return {type, hasPrefix(head, "delete"),
+          type != DB::QueryType::Other && !hasPrefix(head, "pragma") &&
+              sql.size() <= kLongestCachedSql};
 }
 
 }  // namespace
@@ -54,15 +72,18 @@ bool mayKeep(std::string_view sql, DB::QueryType type) {
 // otherwise prepared for the call and finalized after it.
 class DB::Borrowed {
  public:
-  Borrowed(DB& db, const std::string& sql, bool mayCache) : _db(db), _sql(sql), _cached(mayCache) {
-    if (_cached) _stmt = _db._statements.take(sql);
-    if (!_stmt) _stmt = _db._prepare(sql);
+  Borrowed(DB& db, const std::string& sql, bool mayKeep) : _db(db) {
+    if (mayKeep && (_entry = _db._statements.take(sql))) {
+      _stmt = _entry->stmt;
+      return;
+    }
+    _stmt = _db._prepare(sql);
+    if (_stmt && mayKeep) _entry = _db._statements.add(sql, _stmt);
   }
   ~Borrowed() {
-    if (!_stmt) return;
-    if (_cached)
-      _db._statements.release(_sql, _stmt);
-    else
+    if (_entry)
+      _db._statements.giveBack(_entry);
+    else if (_stmt)
       sqlite3_finalize(_stmt);
   }
   Borrowed(const Borrowed&) = delete;
@@ -72,8 +93,7 @@ class DB::Borrowed {
 
  private:
   DB& _db;
-  const std::string& _sql;
-  bool _cached;
+  StatementCache::Entry* _entry = nullptr;
   sqlite3_stmt* _stmt = nullptr;
 };
 
@@ -94,12 +114,7 @@ DB::~DB() {
 }
 
 DB::QueryType DB::_queryType(std::string_view sql) {
-  const std::string head = leadingWord(sql);
-  if (hasPrefix(head, "select") || hasPrefix(head, "pragma")) return QueryType::Read;
-  if (hasPrefix(head, "insert") || hasPrefix(head, "update") || hasPrefix(head, "delete") ||
-      hasPrefix(head, "replace"))
-    return QueryType::Write;
-  return QueryType::Other;
+  return typeOf(leadingWord(sql));
 }
 
 void DB::_logError(const std::string& sql) {
@@ -184,6 +199,12 @@ bool DB::_begin() {
   return _runControl("begin exclusive transaction");
 }
 
+void DB::_beforeWrite(bool removesRows) {
+  mod = true;
+  if (!inTransaction()) _begin();
+  if (removesRows) ++_removals;
+}
+
 bool DB::execute(const std::string& sql, const Row& vars, const RowCallback& onRow) {
   return _execute(sql, vars, onRow, true);
 }
@@ -193,14 +214,11 @@ bool DB::_execute(const std::string& sql, const Row& vars, const RowCallback& on
   std::lock_guard guard(_lock);
   if (!_db) return false;
   if (echo) sysLog(sql);
-  QueryType type = _queryType(sql);
-  if (type == QueryType::Write) {
-    mod = true;
-    if (!inTransaction()) _begin();
-  }
-  Borrowed stmt(*this, sql, mayCache && mayKeep(sql, type));
+  const Traits traits = traitsOf(sql);
+  if (traits.type == QueryType::Write) _beforeWrite(traits.removesRows);
+  Borrowed stmt(*this, sql, mayCache && traits.mayKeep);
   if (!stmt.get()) return false;
-  if (!_bind(stmt.get(), vars, sql, type != QueryType::Read)) return false;
+  if (!_bind(stmt.get(), vars, sql, traits.type != QueryType::Read)) return false;
   int rc;
   while ((rc = _step(stmt.get())) == SQLITE_ROW) {
     if (onRow) onRow(stmt.get());
@@ -223,14 +241,11 @@ std::vector<bool> DB::executeMany(const std::string& sql, const std::vector<Row>
   results.reserve(rows.size());
   std::lock_guard guard(_lock);
   if (!_db) return std::vector<bool>(rows.size(), false);
-  const QueryType type = _queryType(sql);
-  if (type == QueryType::Write) {
-    mod = true;
-    if (!inTransaction()) _begin();
-  }
+  const Traits traits = traitsOf(sql);
+  if (traits.type == QueryType::Write) _beforeWrite(traits.removesRows);
   // One statement for all rows, reset between them: what a per-row memory pool achieves,
   // without the cost of preparing each time.
-  Borrowed borrowed(*this, sql, mayKeep(sql, type));
+  Borrowed borrowed(*this, sql, traits.mayKeep);
   sqlite3_stmt* stmt = borrowed.get();
   for (const Row& row : rows) {
     if (!stmt) {
@@ -349,6 +364,19 @@ void DB::rollback() {
     return;
   }
   _runControl("rollback transaction");
+  ++_removals;
+}
+
+std::optional<DB::TakenIds> DB::takenIds(const std::string& table) {
+  std::lock_guard guard(_lock);
+  auto it = _takenIds.find(table);
+  if (it == _takenIds.end() || it->second.second != _removals) return std::nullopt;
+  return it->second.first;
+}
+
+void DB::setTakenIds(const std::string& table, TakenIds ids) {
+  std::lock_guard guard(_lock);
+  _takenIds[table] = {ids, _removals};
 }
 
 void DB::close() {

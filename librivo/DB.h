@@ -8,6 +8,7 @@
 // prepared for each call. Closing finalizes them all.
 
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -52,6 +53,14 @@ class DB {
   // Convenience: scalar as an integer, 0 when there is no row or it is NULL.
   int64_t scalarInt(const std::string& sql, const Row& vars = {});
 
+  // What timestampID last learnt of a table: every id in [from, to) was taken. It holds until
+  // rows may have gone (a delete, a rollback), after which takenIds() is empty again.
+  struct TakenIds {
+    int64_t from = 0, to = 0;
+  };
+  std::optional<TakenIds> takenIds(const std::string& table);
+  void setTakenIds(const std::string& table, TakenIds ids);
+
   // Prepared statements kept for reuse (for tests).
   size_t cachedStatements() const { return _statements.size(); }
 
@@ -81,11 +90,16 @@ class DB {
   int _step(sqlite3_stmt* stmt);
   void _logError(const std::string& sql);
   bool _begin();
+  // Sets `mod`, opens the transaction and notes a removal of rows.
+  void _beforeWrite(bool removesRows);
 
   std::string _path;
   sqlite3* _db = nullptr;
   std::recursive_mutex _lock;
   StatementCache _statements;
+  // Goes up whenever rows may have left a table; stamps what _takenIds holds.
+  uint64_t _removals = 0;
+  std::map<std::string, std::pair<TakenIds, uint64_t>> _takenIds;
 };
 
 // Reads a column of the current row of a statement as a Value.

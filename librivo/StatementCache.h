@@ -2,9 +2,9 @@
 // Prepared statements of one connection kept for reuse, keyed by their SQL text.
 //
 // Owned by the DB of that connection, which calls it only under its own lock; the cache has
-// no lock of its own. Holds at most `capacity` idle statements, dropping the least recently
-// used; a statement handed out is the borrower's until it comes back through release(). Every
-// statement it holds is reset, so none keeps a read open or a lock on the file.
+// no lock of its own. Holds at most `capacity` statements, dropping the least recently used
+// idle one; a statement lent out is the borrower's until it comes back through giveBack().
+// Every statement it holds idle is reset, so none keeps a read open or a lock on the file.
 
 #include <cstddef>
 #include <list>
@@ -17,35 +17,38 @@ namespace rivo {
 
 class StatementCache {
  public:
+  struct Entry {
+    sqlite3_stmt* stmt = nullptr;
+    bool lent = false;
+    const std::string* sql = nullptr;  // its key
+    std::list<Entry*>::iterator use;   // its place in the order of use
+  };
+
   explicit StatementCache(size_t capacity) : _capacity(capacity) {}
   ~StatementCache() { clear(); }
   StatementCache(const StatementCache&) = delete;
   StatementCache& operator=(const StatementCache&) = delete;
 
   // The idle statement prepared from `sql`, now lent out; null when there is none (never
-  // prepared, evicted, or lent out already, as when a row callback runs the same SQL).
-  sqlite3_stmt* take(const std::string& sql);
-  // Hands back a statement that take() lent, or adds one freshly prepared from `sql`: it is
-  // reset and its bindings cleared. A statement the cache has no room for is finalized.
-  void release(const std::string& sql, sqlite3_stmt* stmt);
-  // Finalizes every statement; those lent out must have come back first.
+  // prepared, dropped, or lent out already, as when a row callback runs the same SQL).
+  Entry* take(const std::string& sql);
+  // Keeps a statement freshly prepared from `sql`, lent out to the caller as take() would;
+  // null (and the caller keeps it) when `sql` has an entry already.
+  Entry* add(const std::string& sql, sqlite3_stmt* stmt);
+  // Ends a loan: the statement is reset and its bindings cleared.
+  void giveBack(Entry* entry);
+  // Finalizes every statement; none may be lent out.
   void clear();
 
   size_t size() const { return _entries.size(); }
 
  private:
-  struct Entry {
-    sqlite3_stmt* stmt = nullptr;
-    bool lent = false;
-    std::list<const std::string*>::iterator use;  // its place in _uses
-  };
-
-  void _evictBeyondCapacity();
+  void _dropBeyondCapacity();
 
   size_t _capacity;
   std::unordered_map<std::string, Entry> _entries;
-  // The keys of _entries from the most to the least recently used.
-  std::list<const std::string*> _uses;
+  // The entries from the most to the least recently used.
+  std::list<Entry*> _uses;
 };
 
 }  // namespace rivo
