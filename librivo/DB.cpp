@@ -140,6 +140,8 @@ sqlite3_stmt* DB::_prepare(const std::string& sql) {
   }
 }
 
+// Text and blobs are bound in place: `vars` outlives every step, and the bindings are cleared
+// (or the statement finalized) before the caller gets control back.
 bool DB::_bind(sqlite3_stmt* stmt, const Row& vars, const std::string& sql, bool isUpdate) {
   if (sqlite3_bind_parameter_count(stmt) != static_cast<int>(vars.size())) {
     if (isUpdate)
@@ -158,11 +160,11 @@ bool DB::_bind(sqlite3_stmt* stmt, const Row& vars, const std::string& sql, bool
     } else if (auto d = std::get_if<double>(&v)) {
       rc = sqlite3_bind_double(stmt, idx, *d);
     } else if (auto s = std::get_if<std::string>(&v)) {
-      rc = sqlite3_bind_text(stmt, idx, s->data(), static_cast<int>(s->size()), SQLITE_TRANSIENT);
+      rc = sqlite3_bind_text(stmt, idx, s->data(), static_cast<int>(s->size()), SQLITE_STATIC);
     } else if (auto b = std::get_if<Blob>(&v)) {
       static const uint8_t empty = 0;
       rc = sqlite3_bind_blob(stmt, idx, b->empty() ? &empty : b->data(),
-                             static_cast<int>(b->size()), SQLITE_TRANSIENT);
+                             static_cast<int>(b->size()), SQLITE_STATIC);
     } else {
       rc = sqlite3_bind_null(stmt, idx);
     }

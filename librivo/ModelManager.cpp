@@ -147,6 +147,16 @@ void ModelManager::load(const std::string& json) {
   _models = json.empty() ? Json::object() : decodeJson(json);
   if (!_models.is_object()) _models = Json::object();
   _changed = false;
+  _snapshots.clear();
+}
+
+std::shared_ptr<const Json> ModelManager::snapshot(const Json& model) {
+  const Json* id = member(model, "id");
+  if (!id || !id->is_number()) return std::make_shared<Json>(model);
+  std::shared_ptr<const Json>& kept = _snapshots[jsonInt(*id)];
+  // Models are changed in place through references, so only a comparison tells.
+  if (!kept || *kept != model) kept = std::make_shared<Json>(model);
+  return kept;
 }
 
 void ModelManager::save(Json* model, bool templates) {

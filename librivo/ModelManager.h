@@ -4,8 +4,10 @@
 // to the dictionaries held in the blob.
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "librivo/Json.h"
@@ -32,6 +34,9 @@ class ModelManager {
 
   Json& models() { return _models; }
   bool changed() const { return _changed; }
+  // A copy of the model that never changes, for a note to keep: notes made while the model
+  // stays as it is share one, so that making or loading a note doesn't copy its type.
+  std::shared_ptr<const Json> snapshot(const Json& model);
 
   // --- Registry ---
 
@@ -130,6 +135,8 @@ class ModelManager {
   Json _defaultModel, _defaultField, _defaultTemplate;
   QuestionRenderer _renderQuestion;
   bool _changed = false;
+  // The last snapshot of each model id; compared with the model before it is handed out again.
+  std::unordered_map<Id, std::shared_ptr<const Json>> _snapshots;
 };
 
 }  // namespace rivo

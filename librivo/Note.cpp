@@ -33,7 +33,7 @@ bool isBlank(const std::string& text) {
 
 }  // namespace
 
-Note::Note(Col& c, const Json& model) : col(&c), _model(model) {
+Note::Note(Col& c, const Json& model) : col(&c), _model(c.models().snapshot(model)) {
   if (model.contains("flds") && model["flds"].is_array())
     fields.assign(model["flds"].size(), std::string());
   if (model.contains("tags") && model["tags"].is_array()) {
@@ -43,7 +43,6 @@ Note::Note(Col& c, const Json& model) : col(&c), _model(model) {
   id = timestampID(*c.db(), "notes");
   guid = guid64();
   mid = model.contains("id") ? jsonInt(model["id"]) : 0;
-  _fmap = ModelManager::fieldMap(model);
   scm = c.scm();
 }
 
@@ -68,15 +67,15 @@ void Note::load() {
     tags = TagManager::split(tagsString);
   }
   const Json* m = col->models().get(mid);
-  _model = m ? *m : Json();
-  _fmap = ModelManager::fieldMap(_model);
+  _model = m ? col->models().snapshot(*m) : std::make_shared<Json>();
+  _fmap.reset();
   scm = col->scm();
 }
 
 void Note::flush(int64_t modTime) {
   scm = col->scm();
   _preFlush();
-  const int sortIdx = ModelManager::sortIdx(_model);
+  const int sortIdx = ModelManager::sortIdx(*_model);
   sfld = sortIdx >= 0 && static_cast<size_t>(sortIdx) < fields.size() ? stripHTML(fields[sortIdx])
                                                                       : std::string();
   const std::string tagText = stringTags();
@@ -110,6 +109,12 @@ void Note::_postFlush() {
   if (!newlyAdded) col->genCards({id});
 }
 
+Json& Note::model() {
+  if (_model.use_count() > 1) _model = std::make_shared<Json>(*_model);
+  // Made here as a plain Json and now held only by this note.
+  return const_cast<Json&>(*_model);
+}
+
 std::string Note::joinedFields() const {
   return joinFields(fields);
 }
@@ -121,20 +126,27 @@ std::vector<Card> Note::cards() {
   return cards;
 }
 
+const Json& Note::_fieldMap() const {
+  // Made when first asked: a note that is only filled by position and saved never needs it.
+  if (!_fmap) _fmap = ModelManager::fieldMap(*_model);
+  return *_fmap;
+}
+
 int Note::_fieldOrd(const std::string& name) const {
-  auto it = _fmap.find(name);
-  return it == _fmap.end() ? -1 : static_cast<int>(jsonInt((*it)[0], -1));
+  const Json& fmap = _fieldMap();
+  auto it = fmap.find(name);
+  return it == fmap.end() ? -1 : static_cast<int>(jsonInt((*it)[0], -1));
 }
 
 std::vector<std::string> Note::keys() const {
   std::vector<std::string> names;
-  for (const auto& [name, entry] : _fmap.items()) names.push_back(name);
+  for (const auto& [name, entry] : _fieldMap().items()) names.push_back(name);
   return names;
 }
 
 std::vector<std::pair<std::string, std::string>> Note::items() const {
   std::vector<std::pair<int, std::string>> byOrd;
-  for (const auto& [name, entry] : _fmap.items())
+  for (const auto& [name, entry] : _fieldMap().items())
     byOrd.emplace_back(static_cast<int>(jsonInt(entry[0], -1)), name);
   std::stable_sort(byOrd.begin(), byOrd.end(),
                    [](const auto& a, const auto& b) { return a.first < b.first; });

@@ -2,6 +2,8 @@
 // One note: a snapshot of its row in `notes`, written back by an explicit flush.
 
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,8 +34,9 @@ class Note {
   // The note's cards in template order, each loaded.
   std::vector<Card> cards();
   // The note type as it was when the note was made or loaded; null when it doesn't exist.
-  Json& model() { return _model; }
-  const Json& model() const { return _model; }
+  const Json& model() const { return *_model; }
+  // The note's own copy, made first when the note shares it.
+  Json& model();
 
   // Fields by name. A note may hold fewer values than its type has fields (a missing one
   // reads as empty) or more (the extra ones are kept and written back).
@@ -84,9 +87,11 @@ class Note {
   // The field's ordinal, or -1 when the note type has no field of that name.
   int _fieldOrd(const std::string& name) const;
 
-  Json _model;
-  // Field name to [ord, field dictionary].
-  Json _fmap = Json::object();
+  const Json& _fieldMap() const;
+
+  std::shared_ptr<const Json> _model;
+  // Field name to [ord, field dictionary], from _model.
+  mutable std::optional<Json> _fmap;
 };
 
 }  // namespace rivo
