@@ -1,5 +1,6 @@
 #include "librivo/Col.h"
 
+#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -341,12 +342,24 @@ std::unique_ptr<Note> Col::newNote() {
   return std::make_unique<Note>(*this, *model);
 }
 
-int64_t Col::nextID(const std::string& type, bool inc) {
+namespace {
+// "pos" is kept under "nextPos".
+std::string nextKey(const std::string& type) {
   std::string key = "next" + type;
-  if (!key.empty() && key.size() > 4) key[4] = static_cast<char>(std::toupper(key[4]));
+  if (key.size() > 4) key[4] = static_cast<char>(std::toupper(key[4]));
+  return key;
+}
+}  // namespace
+
+int64_t Col::nextID(const std::string& type, bool inc) {
+  const std::string key = nextKey(type);
   int64_t value = _conf.contains(key) ? jsonInt(_conf[key]) : 0;
-  if (inc) _conf[key] = value + 1;
+  if (inc) _setNextID(type, value + 1);
   return value;
+}
+
+void Col::_setNextID(const std::string& type, int64_t value) {
+  _conf[nextKey(type)] = value;
 }
 
 void Col::reset() {
@@ -555,76 +568,155 @@ std::vector<Json> Col::findTemplates(const Note& note) {
   return _tmplsFromOrds(ModelManager::availOrds(model, note.joinedFields()), model);
 }
 
-std::vector<Json> Col::_tmplsFromOrds(const std::vector<int>& ords, const Json& model) {
-  std::vector<Json> out;
+namespace {
+
+// The template of each ord that applies, in the order _tmplsFromOrds gives them, without a
+// copy: a cloze type's one template stands for every ord.
+std::vector<std::pair<int, const Json*>> templatesFor(const std::vector<int>& ords,
+                                                      const Json& model) {
+  std::vector<std::pair<int, const Json*>> out;
   if (!model.is_object() || !model.contains("tmpls") || !model["tmpls"].is_array()) return out;
   const Json& tmpls = model["tmpls"];
   if (isCloze(model)) {
-    // One template serves every cloze number.
     if (tmpls.empty()) return out;
-    for (int ord : ords) {
-      Json t = tmpls[0];
-      t["ord"] = ord;
-      out.push_back(std::move(t));
-    }
+    for (int ord : ords) out.emplace_back(ord, &tmpls[0]);
     return out;
   }
   for (const Json& t : tmpls) {
     const int64_t ord = t.contains("ord") ? jsonInt(t["ord"], -1) : -1;
-    if (std::find(ords.begin(), ords.end(), ord) != ords.end()) out.push_back(t);
+    if (std::find(ords.begin(), ords.end(), ord) != ords.end())
+      out.emplace_back(static_cast<int>(ord), &t);
+  }
+  return out;
+}
+
+// Lists longer than this reach SQLite as one bound JSON array rather than as SQL text to parse.
+constexpr size_t kLongIdList = 1000;
+
+// What follows "in" for these ids, and the value to bind for it, if any.
+std::pair<std::string, Row> idsIn(const std::vector<Id>& ids) {
+  std::string list = ids2str(ids);
+  if (ids.size() <= kLongIdList) return {list, {}};
+  list.front() = '[';
+  list.back() = ']';
+  return {"(select value from json_each(?))", {list}};
+}
+
+// New cards' rows go in a hundred to a statement: one statement start for many rows.
+constexpr size_t kCardsPerInsert = 100;
+const char* const kCardRow = "(?,?,?,?,?,?,0,0,?,0,0,0,0,0,0,0,0,'')";
+
+std::string cardInsert(size_t rows) {
+  std::string sql = "insert into cards values ";
+  for (size_t i = 0; i < rows; ++i) sql += i ? std::string(",") + kCardRow : kCardRow;
+  return sql;
+}
+
+}  // namespace
+
+std::vector<Json> Col::_tmplsFromOrds(const std::vector<int>& ords, const Json& model) {
+  std::vector<Json> out;
+  for (const auto& [ord, t] : templatesFor(ords, model)) {
+    out.push_back(*t);
+    // One template serves every cloze number.
+    if (isCloze(model)) out.back()["ord"] = ord;
   }
   return out;
 }
 
 std::vector<Id> Col::genCards(const std::vector<Id>& nids) {
-  const std::string snids = ids2str(nids);
-  // Existing cards by note and ord, and the deck a note's cards agree on.
-  std::unordered_map<Id, std::map<int, Id>> have;
+  const auto [in, inValue] = idsIn(nids);
+  // Existing cards by note (ord and card id, the last card of an ord winning), and the deck a
+  // note's cards agree on.
+  std::unordered_map<Id, std::vector<std::pair<int, Id>>> have;
   std::unordered_map<Id, Id> dids;
-  _db->execute("select id, nid, ord, did from cards where nid in " + snids, {},
-               [&](sqlite3_stmt* st) {
-                 const Id cid = toInt(columnValue(st, 0));
-                 const Id nid = toInt(columnValue(st, 1));
-                 const int ord = static_cast<int>(toInt(columnValue(st, 2)));
-                 const Id did = toInt(columnValue(st, 3));
-                 have[nid][ord] = cid;
-                 auto it = dids.find(nid);
-                 if (it == dids.end())
-                   dids.emplace(nid, did);
-                 else if (it->second != did)
-                   dids.erase(it);
-               });
+  _db->execute(
+      "select id, nid, ord, did from cards where nid in " + in, inValue, [&](sqlite3_stmt* st) {
+        const Id cid = sqlite3_column_int64(st, 0);
+        const Id nid = sqlite3_column_int64(st, 1);
+        const int ord = sqlite3_column_int(st, 2);
+        const Id did = sqlite3_column_int64(st, 3);
+        auto& cards = have[nid];
+        auto same =
+            std::find_if(cards.begin(), cards.end(), [&](const auto& c) { return c.first == ord; });
+        if (same != cards.end())
+          same->second = cid;
+        else
+          cards.emplace_back(ord, cid);
+        auto it = dids.find(nid);
+        if (it == dids.end())
+          dids.emplace(nid, did);
+        else if (it->second != did)
+          dids.erase(it);
+      });
   int64_t ts = std::stoll(maxID(*_db));
   const int64_t now = intTime(1);
   const int64_t usnValue = usn();
-  std::vector<Row> rows;
+  // Each card takes the next due position; conf is written once at the end.
+  const int64_t firstPos = nextID("pos", false);
+  int64_t pos = firstPos;
+  // Where a card asked for a deck goes: a filtered deck sends it to the default one.
+  std::unordered_map<Id, Id> deckByNumber;
+  auto deckFor = [&](const Json& wanted) {
+    const bool number = wanted.is_number_integer();
+    if (number) {
+      auto found = deckByNumber.find(wanted.get<Id>());
+      if (found != deckByNumber.end()) return found->second;
+    }
+    const Json* deck = _decks->getDeck(_decks->isDyn(wanted) ? Json(1) : wanted);
+    const Id id = deck && deck->contains("id") ? jsonInt((*deck)["id"], 1) : 1;
+    if (number) deckByNumber.emplace(wanted.get<Id>(), id);
+    return id;
+  };
+  std::vector<int64_t> values;  // seven to a card
   std::vector<Id> rem;
-  _db->execute("select id, mid, flds from notes where id in " + snids, {}, [&](sqlite3_stmt* st) {
-    const Id nid = toInt(columnValue(st, 0));
-    const Json* model = _models->get(toInt(columnValue(st, 1)));
+  _db->execute("select id, mid, flds from notes where id in " + in, inValue, [&](sqlite3_stmt* st) {
+    const Id nid = sqlite3_column_int64(st, 0);
+    const Json* model = _models->get(sqlite3_column_int64(st, 1));
     if (!model) return;
-    const std::vector<int> avail = ModelManager::availOrds(*model, toText(columnValue(st, 2)));
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(st, 2));
+    const std::string flds(text ? text : "", static_cast<size_t>(sqlite3_column_bytes(st, 2)));
+    const std::vector<int> avail = ModelManager::availOrds(*model, flds);
     auto known = dids.find(nid);
     const Json did = known != dids.end() ? Json(known->second) : deckOf(*model);
     auto cards = have.find(nid);
-    for (const Json& t : _tmplsFromOrds(avail, *model)) {
-      const int ord = static_cast<int>(jsonInt(t["ord"]));
-      if (cards != have.end() && cards->second.count(ord)) continue;
-      Json tdid = deckOf(t);
-      if (tdid.is_null()) tdid = did;
-      if (_decks->isDyn(tdid)) tdid = 1;
-      const Json* deck = _decks->getDeck(tdid);
-      const Id deckId = deck && deck->contains("id") ? jsonInt((*deck)["id"], 1) : 1;
-      rows.push_back({ts, nid, deckId, int64_t{ord}, now, usnValue, nextID("pos")});
+    auto hasCard = [&](int ord) {
+      return cards != have.end() && std::any_of(cards->second.begin(), cards->second.end(),
+                                                [&](const auto& c) { return c.first == ord; });
+    };
+    for (const auto& [ord, t] : templatesFor(avail, *model)) {
+      if (hasCard(ord)) continue;
+      const Json tdid = deckOf(*t);
+      for (int64_t v :
+           {ts, nid, deckFor(tdid.is_null() ? did : tdid), int64_t{ord}, now, usnValue, pos++})
+        values.push_back(v);
       ++ts;
     }
     if (cards != have.end()) {
+      std::sort(cards->second.begin(), cards->second.end());
       for (const auto& [ord, cid] : cards->second)
         if (std::find(avail.begin(), avail.end(), ord) == avail.end()) rem.push_back(cid);
     }
   });
-  _db->executeMany("insert into cards values (?,?,?,?,?,?,0,0,?,0,0,0,0,0,0,0,0,'')", rows);
+  if (pos != firstPos) _setNextID("pos", pos);
+  _insertCards(values);
   return rem;
+}
+
+void Col::_insertCards(const std::vector<int64_t>& values) {
+  constexpr size_t kColumns = 7;
+  const size_t cards = values.size() / kColumns;
+  const size_t whole = cards / kCardsPerInsert * kCardsPerInsert;
+  auto rows = [&](size_t from, size_t to) {
+    return Row(values.begin() + from * kColumns, values.begin() + to * kColumns);
+  };
+  std::vector<Row> chunks, singles;
+  for (size_t c = 0; c < whole; c += kCardsPerInsert)
+    chunks.push_back(rows(c, c + kCardsPerInsert));
+  for (size_t c = whole; c < cards; ++c) singles.push_back(rows(c, c + 1));
+  if (!chunks.empty()) _db->executeMany(cardInsert(kCardsPerInsert), chunks);
+  // The rest one by one, as are the cards of a single note.
+  if (chunks.empty() || !singles.empty()) _db->executeMany(cardInsert(1), singles);
 }
 
 void Col::remEmptyCards(const std::vector<Id>&) {

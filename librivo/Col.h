@@ -72,6 +72,7 @@ class Col {
   // A new, unsaved note of the current note type; null (and a log line) when there is none.
   std::unique_ptr<Note> newNote();
   int64_t nextID(const std::string& type, bool inc = true);
+  void _setNextID(const std::string& type, int64_t value);
   void reset();
   int64_t noteCount();
   int64_t cardCount();
@@ -93,6 +94,8 @@ class Col {
   // cards whose template no longer applies, for remEmptyCards, which keeps them.
   std::vector<Id> genCards(const std::vector<Id>& nids);
   void remEmptyCards(const std::vector<Id>& ids);
+  // Inserts new cards: seven values each (id, nid, did, ord, mod, usn, due).
+  void _insertCards(const std::vector<int64_t>& values);
   // Unsaved cards: type 0 those the fields call for, 1 the note's cards, else every template.
   std::vector<Card> previewCards(Note& note, int type = 0);
   Card _newCard(Note& note, const Json& tmpl, int64_t due, bool flush = true);
