@@ -79,7 +79,10 @@ void Preferences::setObject(const Json& value, const std::string& key) {
     return;
   }
   std::lock_guard lock(_m);
-  _values[key] = value;
+  Json& stored = _values[key];
+  // Setting what is already there changes nothing, so the next synchronize needn't write.
+  if (stored.type() == value.type() && stored == value) return;
+  stored = value;
   _dirty = true;
 }
 

@@ -1,5 +1,6 @@
 #include "bench/GeneratedCollection.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -25,6 +26,16 @@ GeneratedCollection::GeneratedCollection() {
   DB db(path);
   for (const Value& v : db.list("select id from notes order by id")) noteIds.push_back(toInt(v));
   for (const Value& v : db.list("select id from cards order by id")) cardIds.push_back(toInt(v));
+}
+
+std::string GeneratedCollection::copy(const std::string& name) const {
+  std::string target = dir + "/" + name;
+  fs::copy_file(path, target, fs::copy_options::overwrite_existing);
+  // So that the first syncs of a timed commit don't write out the copy.
+  const int fd = ::open(target.c_str(), O_RDONLY);
+  ::fsync(fd);
+  ::close(fd);
+  return target;
 }
 
 GeneratedCollection::~GeneratedCollection() {

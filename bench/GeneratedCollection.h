@@ -18,6 +18,10 @@ class GeneratedCollection {
   std::string path;  // collection.rivo2
   std::vector<Id> noteIds, cardIds;
 
+  // A copy of the collection file beside it, replacing one of that name, on disk before it is
+  // returned: for work that writes, or that holds the file's lock while others open it.
+  std::string copy(const std::string& name) const;
+
   ~GeneratedCollection();
 
  private:

@@ -18,9 +18,15 @@ class SqlRecorder {
   explicit SqlRecorder(sqlite3* db) : _db(db) {
     sqlite3_trace_v2(_db, SQLITE_TRACE_STMT, &SqlRecorder::onStatement, this);
   }
-  ~SqlRecorder() { sqlite3_trace_v2(_db, 0, nullptr, nullptr); }
+  ~SqlRecorder() { stop(); }
   SqlRecorder(const SqlRecorder&) = delete;
   SqlRecorder& operator=(const SqlRecorder&) = delete;
+
+  // Ends the recording; the connection may be closed only after this (or the destructor).
+  void stop() {
+    if (_db) sqlite3_trace_v2(_db, 0, nullptr, nullptr);
+    _db = nullptr;
+  }
 
   const std::vector<Statement>& statements() const { return _statements; }
   size_t size() const { return _statements.size(); }

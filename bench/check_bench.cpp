@@ -3,22 +3,15 @@
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 
-#include <filesystem>
-
 #include "bench/GeneratedCollection.h"
 #include "librivo/Col.h"
 #include "librivo/Storage.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
 // A fresh copy per run, since the check rewrites the file.
 std::string copyOfGenerated() {
-  const auto& gen = rivo::GeneratedCollection::get();
-  std::string path = gen.dir + "/check-copy.rivo2";
-  fs::copy_file(gen.path, path, fs::copy_options::overwrite_existing);
-  return path;
+  return rivo::GeneratedCollection::get().copy("check-copy.rivo2");
 }
 
 void BM_FixIntegrity(benchmark::State& state) {

@@ -5,7 +5,6 @@
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,7 +19,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using rivo::Id;
 using rivo::Json;
 
@@ -28,10 +26,7 @@ constexpr int kCards = 1000;
 
 // Rebuilding writes, and the shared file must stay as generated for the other benchmarks.
 std::string freshCopy() {
-  const auto& gen = rivo::GeneratedCollection::get();
-  std::string path = gen.dir + "/filtered.rivo2";
-  fs::copy_file(gen.path, path, fs::copy_options::overwrite_existing);
-  return path;
+  return rivo::GeneratedCollection::get().copy("filtered.rivo2");
 }
 
 // A filtered deck over every review card, by increasing interval.
@@ -67,6 +62,7 @@ void BM_FilteredRebuildBareSql(benchmark::State& state) {
     rivo::bench::SqlRecorder rec(col->db()->handle());
     ids = col->sched().rebuildDynForDeck(did);
     statements = rec.statements();
+    rec.stop();
     col->save();  // the replay starts from the same full deck
     col->closeAndSave(false);
   }

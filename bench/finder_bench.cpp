@@ -5,7 +5,7 @@
 #include <sqlite3.h>
 
 #include <chrono>
-#include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,19 +18,15 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 // Two copies: the program's open holds an exclusive transaction on its file for as long as
 // it is open, and the bare connection runs alongside it.
 const std::string& copyOf(const std::string& name) {
-  static std::vector<std::unique_ptr<std::string>> made;
-  for (const auto& p : made)
-    if (fs::path(*p).filename() == name) return *p;
-  const auto& gen = rivo::GeneratedCollection::get();
-  made.push_back(std::make_unique<std::string>(gen.dir + "/" + name));
-  fs::copy_file(gen.path, *made.back(), fs::copy_options::overwrite_existing);
-  return *made.back();
+  static std::map<std::string, std::string> made;
+  auto it = made.find(name);
+  if (it == made.end()) it = made.emplace(name, rivo::GeneratedCollection::get().copy(name)).first;
+  return it->second;
 }
 
 // Runs the statements as the program's DB layer does: prepare, step every row, finalize.

@@ -3,14 +3,11 @@
 // hands SQLite the very statements our run sent (recorded with their values written in), so
 // the ratio of the two is what the scheduler adds on top of SQLite's own work.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
 #include <sqlite3.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <ctime>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -26,7 +23,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using rivo::Id;
 using rivo::Json;
 using Clock = std::chrono::steady_clock;
@@ -35,14 +31,7 @@ constexpr int kAnswers = 1000;
 
 // Answering writes, and the shared file must stay as generated for the other benchmarks.
 std::string freshCopy(const std::string& name) {
-  const auto& gen = rivo::GeneratedCollection::get();
-  std::string path = gen.dir + "/" + name;
-  fs::copy_file(gen.path, path, fs::copy_options::overwrite_existing);
-  // On disk before any timing, so that the first syncs of a commit don't write out the copy.
-  const int fd = ::open(path.c_str(), O_RDONLY);
-  ::fsync(fd);
-  ::close(fd);
-  return path;
+  return rivo::GeneratedCollection::get().copy(name);
 }
 
 // Read-only work shares one copy, made once.
@@ -164,6 +153,7 @@ void BM_SchedDeckDueTreeBareSql(benchmark::State& state) {
     rivo::bench::SqlRecorder rec(col->db()->handle());
     col->sched().deckDueTree();
     statements = rec.expanded();
+    rec.stop();
     col->closeAndSave(false);
   }
   Bare bare(readCopy());
@@ -197,6 +187,7 @@ void BM_SchedResetBareSql(benchmark::State& state) {
     rivo::bench::SqlRecorder rec(col->db()->handle());
     col->sched().reset();
     statements = rec.expanded();
+    rec.stop();
     col->closeAndSave(false);
   }
   Bare bare(readCopy());
@@ -274,6 +265,7 @@ void BM_SchedAnswerBareSql(benchmark::State& state) {
     rivo::bench::SqlRecorder rec(col->db()->handle());
     for (int i = 0; i < kAnswers && answerOne(*col, i, commit); ++i) ends.push_back(rec.size());
     statements = rec.expanded();
+    rec.stop();
     col->closeAndSave(false);
   }
   Bare bare(freshCopy("sched-answer.rivo2"));

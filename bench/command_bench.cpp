@@ -1,0 +1,91 @@
+// A command as a whole process on the generated collection: `rivo search`, from launch to
+// exit, against the sqlite3 program running the same query on the same file.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "bench/GeneratedCollection.h"
+#include "bench/SqlRecorder.h"
+#include "librivo/Col.h"
+#include "librivo/DB.h"
+#include "librivo/Storage.h"
+
+extern char** environ;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const char* const kQuery = "nid:1";
+
+// A data folder of its own, whose one profile holds a copy of the generated collection.
+struct SearchData {
+  std::string dir, collection;
+  std::string sql;  // what the search sends, for the sqlite3 program
+
+  SearchData() {
+    const auto& gen = rivo::GeneratedCollection::get();
+    dir = (fs::path(gen.dir).parent_path().parent_path() / "search-data").string();
+    fs::create_directories(dir + "/profiles/bench");
+    collection = dir + "/profiles/bench/collection.rivo2";
+    fs::copy_file(gen.path, collection, fs::copy_options::overwrite_existing);
+    auto col = rivo::Storage::open(collection, true, false, true, "");
+    rivo::bench::SqlRecorder rec(col->db()->handle());
+    col->findCards(kQuery);
+    for (const auto& s : rec.statements()) sql += s.expanded + ";";
+    rec.stop();
+    col->closeAndSave(false);
+  }
+  static const SearchData& get() {
+    static SearchData data;
+    return data;
+  }
+};
+
+// Runs a program with its output thrown away; false when it didn't exit with 0.
+bool run(const std::vector<std::string>& args) {
+  std::vector<char*> argv;
+  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  pid_t pid = 0;
+  const int rc = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  int status = 0;
+  return rc == 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status) &&
+         WEXITSTATUS(status) == 0;
+}
+
+void BM_SearchCommand(benchmark::State& state) {
+  const SearchData& data = SearchData::get();
+  const std::vector<std::string> args = {RIVO_BINARY, "--data", data.dir, "--profile",
+                                         "bench",     "search", kQuery};
+  // Makes the profile from the collection that is there; the first run also greets the user.
+  run({RIVO_BINARY, "--data", data.dir, "--profile", "bench", "init"});
+  bool ok = true;
+  for (auto _ : state) ok = run(args) && ok;
+  if (!ok) state.SkipWithError("rivo search failed");
+}
+BENCHMARK(BM_SearchCommand)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_SearchCommandSqlite3Program(benchmark::State& state) {
+  const SearchData& data = SearchData::get();
+  const std::vector<std::string> args = {"sqlite3", data.collection, data.sql};
+  bool ok = true;
+  for (auto _ : state) ok = run(args) && ok;
+  if (!ok) state.SkipWithError("sqlite3 failed");
+  state.counters["statements"] =
+      static_cast<double>(std::count(data.sql.begin(), data.sql.end(), ';'));
+}
+BENCHMARK(BM_SearchCommandSqlite3Program)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace
