@@ -1,6 +1,5 @@
 #include "librivo/Scheduler.h"
 
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -823,7 +822,9 @@ void Scheduler::_logRev(const Card& card, int ease, int64_t delay) {
 
 void Scheduler::_writeLog(const Card& card, int ease, int64_t ivl, int64_t lastIvl, int type,
                           const char* retryMessage) {
-  int64_t id = intTime(1000);
+  // Answers can come faster than one a millisecond: start past the last id written here
+  // rather than clash with it and wait for the clock.
+  int64_t id = std::max<int64_t>(intTime(1000), _lastRevlogId + 1);
   const int64_t taken = const_cast<Card&>(card).timeTaken();
   const std::string typeText = std::to_string(type);
   const char* sql = "insert into revlog values (?,?,?,?,?,?,?,?,?)";
@@ -836,10 +837,10 @@ void Scheduler::_writeLog(const Card& card, int ease, int64_t ivl, int64_t lastI
     // Anything but a clash on the id is a real failure: let it be raised.
     if (!_col.db()->scalar("select 1 from revlog where id = ?", {id})) _col.db()->run(sql, vars());
     _col.log({retryMessage});
-    usleep(1000);
-    // The next free millisecond even if the clock stands still.
+    // The next millisecond: the clock only moves forward, so waiting for it gains nothing.
     id = std::max<int64_t>(intTime(1000), id + 1);
   }
+  _lastRevlogId = id;
 }
 
 // --- What the buttons show ---

@@ -245,6 +245,8 @@ class Scheduler {
   std::vector<Id> _newQ, _revQ, _lrnDayQ;
   std::vector<Id> _newDids, _revDids, _lrnDids;
   std::vector<Card> _undoQueue;
+  // The id of the last review log row written here.
+  int64_t _lastRevlogId = 0;
 };
 
 }  // namespace rivo

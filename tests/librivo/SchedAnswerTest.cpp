@@ -478,5 +478,17 @@ TEST_F(SchedAnswerTest, LearningInAFilteredDeckWithoutReschedulingEnds) {
   EXPECT_EQ(sched().nextIvl(*card, 1), 60);
 }
 
+TEST_F(SchedAnswerTest, LogIdsTakeTheNextFreeMillisecondWhenTheClockHasNotMoved) {
+  // The clock stands still: a row from elsewhere holds this millisecond, and two answers come.
+  const int64_t now = intTime(1000);
+  col->db()->run("insert into revlog values (?, 1, 0, 3, 1, 1, 2500, 100, 1)", {now});
+  for (Id cid : {addNew(), addNew()}) {
+    auto card = col->getCard(cid);
+    sched().answerCard(*card, 3);
+  }
+  EXPECT_EQ(col->db()->list("select id from revlog order by id"),
+            (std::vector<Value>{now, now + 1, now + 2}));
+}
+
 }  // namespace
 }  // namespace rivo
