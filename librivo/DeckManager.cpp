@@ -165,6 +165,7 @@ void DeckManager::loadDecks(const std::string& decksJson, const std::string& con
   _decks = decodeObject(decksJson);
   _deckConf = decodeObject(confJson);
   _deckIDs.clear();
+  _rolled.clear();
   for (auto& [key, deck] : _decks.items()) {
     if (deck.is_object() && deck.contains("name") && deck["name"].is_string())
       _deckIDs[deck["name"].get<std::string>()] = key;
@@ -308,6 +309,7 @@ void DeckManager::update(const Json& deck) {
   std::string key = keyOf(deck["id"]);
   if (key.empty()) return;
   _decks[key] = deck;
+  _rolled.clear();
   maybeAddToActive();
   save();
 }
@@ -367,6 +369,8 @@ void DeckManager::rename(Json& deck, const std::string& newName) {
 void DeckManager::removeDeck(const Json& did, bool cards, bool children) {
   std::string key = keyOf(did);
   if (key.empty()) return;
+  // A deck made later may get the freed dictionary's place.
+  _rolled.clear();
   if (key == "1") {
     // Deck 1 can't go; at most it leaves a parent it was moved under.
     Json* deck = getDeck(key, false);
@@ -616,6 +620,38 @@ void DeckManager::restoreToDefault(Json& conf) {
   if (Json* stored = getConf(fresh["id"])) save(stored);
   // A group without an order of its own has just taken the default one; its new cards follow.
   if (!hadOrder) _col.sched().resortConf(fresh);
+}
+
+// --- Daily counters ---
+
+namespace {
+
+// The four counters sort in this order in a deck, so one search and a short walk find them.
+void rollDeck(Json::object_t& deck, int64_t today) {
+  static const char* const kCounters[] = {"lrnToday", "newToday", "revToday", "timeToday"};
+  auto it = deck.lower_bound(kCounters[0]);
+  for (const char* key : kCounters) {
+    while (it != deck.end() && it->first.compare(key) < 0) ++it;
+    if (it == deck.end() || it->first.compare(key) != 0) it = deck.emplace_hint(it, key, Json());
+    Json& value = it->second;
+    if (!value.is_array() || value.empty() || jsonInt(value[0], -1) != today)
+      value = Json::array({today, 0});
+  }
+}
+
+}  // namespace
+
+void DeckManager::rollCounters(int64_t today) {
+  if (today != _rolledDay) _rolled.clear();
+  _rolledDay = today;
+  for (auto& [key, deck] : _decks.items()) {
+    if (!deck.is_object()) continue;
+    auto& dict = deck.get_ref<Json::object_t&>();
+    auto seen = _rolled.find(&dict);
+    if (seen != _rolled.end() && seen->second == key) continue;
+    rollDeck(dict, today);
+    _rolled[&dict] = key;
+  }
 }
 
 // --- Cards ---

@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -123,6 +124,14 @@ class DeckManager {
   std::vector<Id> didsForConf(const Json& conf) const;
   void restoreToDefault(Json& conf);
 
+  // --- Daily counters ---
+
+  // Sets each counter ("newToday", "revToday", "lrnToday", "timeToday") of every deck that
+  // isn't of `today` to [today, 0], in memory. A deck rolled to `today` before is passed over
+  // unless it has been replaced since (by update, a load, or a new dictionary put in its
+  // place): nothing else sets a counter's day, only its count.
+  void rollCounters(int64_t today);
+
   // --- Cards ---
 
   std::vector<Id> cardIDs(const Json& did, bool children = false);
@@ -150,6 +159,9 @@ class DeckManager {
   // Name to id; a secondary index that may go stale between loads.
   std::map<std::string, std::string> _deckIDs;
   bool _changed = false;
+  // The decks whose counters are of _rolledDay: their dictionaries, with the key each had.
+  int64_t _rolledDay = -1;
+  std::unordered_map<const Json::object_t*, std::string> _rolled;
 };
 
 }  // namespace rivo

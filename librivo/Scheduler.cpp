@@ -1,6 +1,5 @@
 #include "librivo/Scheduler.h"
 
-
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -1413,15 +1412,7 @@ void Scheduler::_updateCutoff() {
   _dayCutOff = _col.crt() + (_today + 1) * 86400;
   if (!hadToday || oldToday != _today)
     _col.log({"updateCutoff", std::to_string(_today), std::to_string(_dayCutOff)});
-  static const std::string kCounters[] = {"newToday", "revToday", "lrnToday", "timeToday"};
-  for (auto& [id, deck] : _col.decks().decks().items()) {
-    if (!deck.is_object()) continue;
-    for (const std::string& key : kCounters) {
-      Json& value = deck[key];
-      if (!value.is_array() || value.empty() || jsonInt(value[0], -1) != _today)
-        value = Json::array({_today, 0});
-    }
-  }
+  _col.decks().rollCounters(_today);
   if (jsonInt(member(_col.conf(), "lastUnburied")) < _today) unburyCards();
 }
 

@@ -100,6 +100,30 @@ TEST_F(SchedulerTest, DayBoundaryRollsCountersAndUnburiesOnce) {
   EXPECT_EQ(queueOf(buriedNew), -2);
 }
 
+TEST_F(SchedulerTest, DecksThatArriveDuringTheDayAreRolledAtTheNextReset) {
+  // Resets on one day pass over decks already rolled, but not one that replaced another, a
+  // new one, or one read back by a rollback.
+  const Id kept = col->decks().getID("Kept");
+  col->reset();
+  Json stale = deck(kept);
+  stale["revToday"] = Json::array({kToday - 3, 7});
+  col->decks().update(stale);
+  const Id added = col->decks().getID("Added");
+  deck(added)["newToday"] = Json::array({kToday - 1, 4});
+  col->reset();
+  EXPECT_EQ(counter(kept, "revToday"), std::make_pair(kToday, int64_t{0}));
+  EXPECT_EQ(counter(added, "newToday"), std::make_pair(kToday, int64_t{0}));
+
+  col->save();
+  col->db()->run("update col set decks = replace(decks, '\"lrnToday\":[" + std::to_string(kToday) +
+                 ",0]', '\"lrnToday\":[1,9]')");
+  col->db()->commit();
+  ASSERT_GT(col->db()->scalarInt("select instr(decks, '\"lrnToday\":[1,9]') from col"), 0);
+  col->rollback();
+  col->reset();
+  EXPECT_EQ(counter(kept, "lrnToday"), std::make_pair(kToday, int64_t{0}));
+}
+
 TEST_F(SchedulerTest, ParentLimitBindsItsChildrenTogether) {
   const Id parent = deckWithLimits("P", 5, 100);
   const Id a = deckWithLimits("P::A", 10, 100);
