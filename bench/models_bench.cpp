@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "bench/CollectionGenerator.h"
+#include "bench/SqlRecorder.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
@@ -71,7 +72,7 @@ void BM_AddNote(benchmark::State& state) {
 }
 BENCHMARK(BM_AddNote)->Unit(benchmark::kMillisecond)->Iterations(3);
 
-// The same rows with prepared statements and nothing else.
+// The same rows with prepared statements and nothing else: two plain inserts a note.
 void BM_AddNoteBareSql(benchmark::State& state) {
   const std::string dir = benchDir("addsql");
   for (auto _ : state) {
@@ -122,6 +123,123 @@ void BM_AddNoteBareSql(benchmark::State& state) {
   fs::remove_all(dir);
 }
 BENCHMARK(BM_AddNoteBareSql)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// The statements addNote sends for a note once ids run ahead of the clock, in its order and
+// with its values, each prepared once, on a bare connection. Checked against what the program
+// sends for its last note.
+const char* const kAddNoteStatements[] = {
+    "select coalesce((select ?1 where not exists (select 1 from notes where id = ?1)), (select "
+    "id + 1 from notes t where id >= ?1 and not exists (select 1 from notes where id = t.id + "
+    "1) order by id limit 1))",
+    "select 1 from cards where nid = ?",
+    "select 1 from notes where id=? and tags=? and flds=?",
+    "insert or replace into notes values (?,?,?,?,?,?,?,?,?,?,?)",
+    "select coalesce((select ?1 where not exists (select 1 from cards where id = ?1)), (select "
+    "id + 1 from cards t where id >= ?1 and not exists (select 1 from cards where id = t.id + "
+    "1) order by id limit 1))",
+    "insert or replace into cards values (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+};
+
+// What the program sends for the last of a few notes added in a row, as prepared texts.
+std::vector<std::string> programStatementsForOneNote(const std::string& dir) {
+  fs::remove(dir + "/check.rivo2");
+  auto col = rivo::Storage::open(dir + "/check.rivo2");
+  Json& basic = *col->models().byName("Basic");
+  std::vector<std::string> texts;
+  for (int i = 0; i < 20; ++i) {
+    rivo::bench::SqlRecorder rec(col->db()->handle());
+    rivo::Note note(*col, basic);
+    note.fields = {"front " + std::to_string(i), "back"};
+    col->addNote(note);
+    texts.clear();
+    for (const auto& st : rec.statements()) texts.push_back(st.unexpanded);
+  }
+  col->close();
+  return texts;
+}
+
+void BM_AddNoteSameStatementsBareSql(benchmark::State& state) {
+  const std::string dir = benchDir("addsame");
+  const std::vector<std::string> expected(std::begin(kAddNoteStatements),
+                                          std::end(kAddNoteStatements));
+  if (programStatementsForOneNote(dir) != expected) {
+    state.SkipWithError("addNote sends other statements than this twin");
+    return;
+  }
+  for (auto _ : state) {
+    state.PauseTiming();
+    fs::remove(dir + "/collection.rivo2");
+    auto col = rivo::Storage::open(dir + "/collection.rivo2");
+    const Id mid = rivo::jsonInt((*col->models().byName("Basic"))["id"]);
+    col->close();
+    sqlite3* db = nullptr;
+    sqlite3_open((dir + "/collection.rivo2").c_str(), &db);
+    sqlite3_exec(db, "pragma temp_store = memory; pragma cache_size = 10000", nullptr, nullptr,
+                 nullptr);
+    state.ResumeTiming();
+    sqlite3_exec(db, "begin exclusive transaction", nullptr, nullptr, nullptr);
+    std::vector<sqlite3_stmt*> st;
+    for (const char* sql : kAddNoteStatements) {
+      st.emplace_back();
+      sqlite3_prepare_v2(db, sql, -1, &st.back(), nullptr);
+    }
+    auto text = [](sqlite3_stmt* s, int i, const std::string& v) {
+      sqlite3_bind_text(s, i, v.data(), static_cast<int>(v.size()), SQLITE_STATIC);
+    };
+    auto idAfter = [](sqlite3_stmt* s, Id from) {
+      sqlite3_bind_int64(s, 1, from);
+      const Id id = sqlite3_step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : from;
+      sqlite3_reset(s);
+      return id;
+    };
+    auto run = [](sqlite3_stmt* s) {
+      while (sqlite3_step(s) == SQLITE_ROW) {
+      }
+      sqlite3_reset(s);
+      sqlite3_clear_bindings(s);
+    };
+    const std::string tags = "  ", data;
+    Id nid = rivo::intTime(1000), cid = nid;
+    for (int i = 0; i < kAddNotes; ++i) {
+      nid = idAfter(st[0], nid);
+      const std::string front = "front " + std::to_string(i);
+      const std::string flds = front + "\x1f" + "back";
+      const std::string guid = rivo::guid64(), sfld = rivo::stripHTML(front);
+      sqlite3_bind_int64(st[1], 1, nid);
+      run(st[1]);
+      sqlite3_bind_int64(st[2], 1, nid);
+      text(st[2], 2, tags);
+      text(st[2], 3, flds);
+      run(st[2]);
+      const int64_t now = rivo::intTime(1);
+      sqlite3_bind_int64(st[3], 1, nid);
+      text(st[3], 2, guid);
+      sqlite3_bind_int64(st[3], 3, mid);
+      sqlite3_bind_int64(st[3], 4, now);
+      sqlite3_bind_int64(st[3], 5, -1);
+      text(st[3], 6, tags);
+      text(st[3], 7, flds);
+      text(st[3], 8, sfld);
+      sqlite3_bind_int64(st[3], 9, rivo::fieldChecksum(front));
+      sqlite3_bind_int64(st[3], 10, 0);
+      text(st[3], 11, data);
+      run(st[3]);
+      cid = idAfter(st[4], cid);
+      const int64_t card[17] = {cid, nid, 1, 0, now, -1, 0, 0, i + 1, 0, 0, 0, 0, 0, 0, 0, 0};
+      for (int c = 0; c < 17; ++c) sqlite3_bind_int64(st[5], c + 1, card[c]);
+      text(st[5], 18, data);
+      run(st[5]);
+    }
+    for (sqlite3_stmt* s : st) sqlite3_finalize(s);
+    state.PauseTiming();
+    sqlite3_exec(db, "commit", nullptr, nullptr, nullptr);
+    sqlite3_close(db);
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * kAddNotes);
+  fs::remove_all(dir);
+}
+BENCHMARK(BM_AddNoteSameStatementsBareSql)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 // 62,500 notes with one card each puts 50,000 of them in Basic.
 Generated& templateFixture() {

@@ -539,17 +539,6 @@ void Col::updateProgressWithBlock(const ProgressBlock& block) {
 
 // Card generation.
 
-int Col::addNote(Note& note) {
-  const std::vector<Json> tmpls = findTemplates(note);
-  if (tmpls.empty()) return 0;
-  note.flush();
-  // All cards of one note share its due position.
-  const int64_t due = nextID("pos");
-  // The cards are written and dropped, so they need no copy of the note.
-  for (const Json& t : tmpls) _newCardRow(note, t, due).flush();
-  return static_cast<int>(tmpls.size());
-}
-
 namespace {
 const Json& modelOf(Col& col, const Note& note) {
   const Json* m = col.models().get(note.mid);
@@ -613,6 +602,18 @@ std::string cardInsert(size_t rows) {
 }
 
 }  // namespace
+
+int Col::addNote(Note& note) {
+  const Json& model = modelOf(*this, note);
+  const auto tmpls = templatesFor(ModelManager::availOrds(model, note.joinedFields()), model);
+  if (tmpls.empty()) return 0;
+  note.flush();
+  // All cards of one note share its due position.
+  const int64_t due = nextID("pos");
+  // The cards are written and dropped, so they need no copy of the note.
+  for (const auto& [ord, t] : tmpls) _newCardRow(note, ord, *t, due).flush();
+  return static_cast<int>(tmpls.size());
+}
 
 std::vector<Json> Col::_tmplsFromOrds(const std::vector<int>& ords, const Json& model) {
   std::vector<Json> out;
@@ -743,16 +744,17 @@ std::vector<Card> Col::previewCards(Note& note, int type) {
 }
 
 Card Col::_newCard(Note& note, const Json& tmpl, int64_t due, bool flush) {
-  Card card = _newCardRow(note, tmpl, due);
+  const int ord = static_cast<int>(jsonInt(tmpl.contains("ord") ? tmpl["ord"] : Json()));
+  Card card = _newCardRow(note, ord, tmpl, due);
   card.setNote(std::make_shared<Note>(note));
   if (flush) card.flush();
   return card;
 }
 
-Card Col::_newCardRow(const Note& note, const Json& tmpl, int64_t due) {
+Card Col::_newCardRow(const Note& note, int ord, const Json& tmpl, int64_t due) {
   Card card(*this);
   card.nid = note.id;
-  card.ord = static_cast<int>(jsonInt(tmpl.contains("ord") ? tmpl["ord"] : Json()));
+  card.ord = ord;
   Json did = deckOf(modelOf(*this, note));
   if (did.is_null()) did = 1;
   const Json tdid = deckOf(tmpl);

@@ -99,8 +99,9 @@ class Col {
   // Unsaved cards: type 0 those the fields call for, 1 the note's cards, else every template.
   std::vector<Card> previewCards(Note& note, int type = 0);
   Card _newCard(Note& note, const Json& tmpl, int64_t due, bool flush = true);
-  // The new card's row alone: _newCard without the copy of the note or the write.
-  Card _newCardRow(const Note& note, const Json& tmpl, int64_t due);
+  // The new card's row alone: _newCard without the copy of the note or the write. `ord` is
+  // the card's, which for a cloze type isn't the template's.
+  Card _newCardRow(const Note& note, int ord, const Json& tmpl, int64_t due);
   int64_t _dueForDid(Id did, int64_t due);
   // Recomputes the notes' sort field and checksum from their fields.
   void updateFieldCache(const std::vector<Id>& nids);

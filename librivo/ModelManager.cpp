@@ -152,8 +152,9 @@ void ModelManager::load(const std::string& json) {
 
 std::shared_ptr<const Json> ModelManager::snapshot(const Json& model) {
   const Json* id = member(model, "id");
-  if (!id || !id->is_number()) return std::make_shared<Json>(model);
-  std::shared_ptr<const Json>& kept = _snapshots[jsonInt(*id)];
+  const int64_t key = id ? jsonInt(*id, 0) : 0;
+  if (!key) return std::make_shared<Json>(model);
+  std::shared_ptr<const Json>& kept = _snapshots[key];
   // Models are changed in place through references, so only a comparison tells.
   if (!kept || *kept != model) kept = std::make_shared<Json>(model);
   return kept;

@@ -54,6 +54,21 @@ TEST_F(NoteTest, FlushWritesEveryColumnAndLoadReadsThemBackFromTheFile) {
   EXPECT_EQ(stored(note.id, "flags, data"), "3|opaque");
 }
 
+TEST_F(NoteTest, NotesShareTheirTypeUntilItChangesAndKeepTheTypeTheyWereMadeWith) {
+  const Note a(*col, basic()), b(*col, basic());
+  EXPECT_EQ(&a.model(), &b.model()) << "one copy of an unchanged type";
+  basic()["css"] = "changed";
+  const Note c(*col, basic());
+  EXPECT_NE(&c.model(), &a.model());
+  EXPECT_EQ(c.model()["css"], "changed");
+  EXPECT_NE(a.model()["css"], "changed") << "a note keeps the type as it was made with";
+
+  Note d(*col, basic());
+  d.model()["name"] = "mine";  // a note's own change stays with it
+  EXPECT_EQ(c.model()["name"], "Two-sided");
+  EXPECT_EQ(basic()["name"], "Two-sided");
+}
+
 TEST_F(NoteTest, OnlyARealChangeIsWrittenUnlessAModIsGiven) {
   Note note(*col, basic());
   note.set("Front", "a");
