@@ -222,22 +222,43 @@ std::string joinIds(const std::vector<T>& ids) {
 
 // --- Ids ---
 
-int64_t timestampID(DB& db, const std::string& table) {
-  const int64_t now = intTime(1000);
+namespace {
+
+// The statements timestampID sends for one table.
+struct IdStatements {
   // The first id after a run of taken ones (the id given must be taken), in one statement.
-  const std::string endOfRun = "select id + 1 from " + table +
-                               " t where id >= ?1 and not exists (select 1 from " + table +
-                               " where id = t.id + 1) order by id limit 1";
+  std::string endOfRun;
+  std::string taken;
+  // The id given when it is free, else the end of its run.
+  std::string freeOrEndOfRun;
+
+  explicit IdStatements(const std::string& table)
+      : endOfRun("select id + 1 from " + table +
+                 " t where id >= ?1 and not exists (select 1 from " + table +
+                 " where id = t.id + 1) order by id limit 1"),
+        taken("select id from " + table + " where id = ?"),
+        freeOrEndOfRun("select coalesce((select ?1 where not exists (select 1 from " + table +
+                       " where id = ?1)), (" + endOfRun + "))") {}
+};
+
+}  // namespace
+
+int64_t timestampID(DB& db, const std::string& table) {
+  // Made once for the tables that get an id for every note and card added.
+  static const IdStatements notes("notes"), cards("cards");
+  std::optional<IdStatements> other;
+  const IdStatements& sql = table == "notes"   ? notes
+                            : table == "cards" ? cards
+                                               : other.emplace(table);
+  const int64_t now = intTime(1000);
   const std::optional<DB::TakenIds> known = db.takenIds(table);
   int64_t from = now, id = now;
   if (known && known->from <= now && now < known->to) {
     // Rows added faster than the clock moves: start past the part of the run already known.
     from = known->from;
-    id = db.scalarInt("select coalesce((select ?1 where not exists (select 1 from " + table +
-                          " where id = ?1)), (" + endOfRun + "))",
-                      {known->to});
-  } else if (db.scalar("select id from " + table + " where id = ?", {now})) {
-    id = db.scalarInt(endOfRun, {now});
+    id = db.scalarInt(sql.freeOrEndOfRun, {known->to});
+  } else if (db.scalar(sql.taken, {now})) {
+    id = db.scalarInt(sql.endOfRun, {now});
   }
   db.setTakenIds(table, {from, id});
   return id;
