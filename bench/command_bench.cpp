@@ -14,6 +14,7 @@
 #include "bench/SqlRecorder.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/Scheduler.h"
 #include "librivo/Storage.h"
 #include "librivo/Utils.h"
 
@@ -25,18 +26,28 @@ namespace fs = std::filesystem;
 
 const char* const kQuery = "nid:1";
 
-// A data folder of its own, whose one profile holds a copy of the generated collection.
+// A data folder of its own, whose one profile holds a copy of the generated collection. The
+// generated collection has "newBury" on; a collection this program made doesn't, and then every
+// open unburies (here with nothing left buried, as after the first save).
 struct SearchData {
   std::string dir, collection;
   std::string sql;  // what the search sends, for the sqlite3 program
 
-  SearchData() {
+  explicit SearchData(bool newBury) {
     const auto& gen = rivo::GeneratedCollection::get();
-    dir = (fs::path(gen.dir).parent_path().parent_path() / "search-data").string();
+    dir = (fs::path(gen.dir).parent_path().parent_path() /
+           (newBury ? "search-data" : "search-data-unbury"))
+              .string();
     fs::create_directories(dir + "/profiles/bench");
     collection = dir + "/profiles/bench/collection.rivo2";
     fs::copy_file(gen.path, collection, fs::copy_options::overwrite_existing);
     auto col = rivo::Storage::open(collection, true, false, true, "");
+    if (!newBury) {
+      col->conf().erase("newBury");
+      col->sched().unburyCards();
+      col->setMod();
+      col->save();
+    }
     rivo::bench::SqlRecorder rec(col->db()->handle());
     // What the command sends: the search, then the sort fields of what it found.
     const std::vector<rivo::Id> ids = col->findCards(kQuery);
@@ -46,9 +57,9 @@ struct SearchData {
     rec.stop();
     col->closeAndSave(false);
   }
-  static const SearchData& get() {
-    static SearchData data;
-    return data;
+  static const SearchData& get(bool newBury = true) {
+    static SearchData withNewBury(true), without(false);
+    return newBury ? withNewBury : without;
   }
 };
 
@@ -70,7 +81,7 @@ bool run(const std::vector<std::string>& args) {
 }
 
 void BM_SearchCommand(benchmark::State& state) {
-  const SearchData& data = SearchData::get();
+  const SearchData& data = SearchData::get(state.range(0) != 0);
   const std::vector<std::string> args = {RIVO_BINARY, "--data", data.dir, "--profile",
                                          "bench",     "search", kQuery};
   // Makes the profile from the collection that is there; the first run also greets the user.
@@ -79,7 +90,12 @@ void BM_SearchCommand(benchmark::State& state) {
   for (auto _ : state) ok = run(args) && ok;
   if (!ok) state.SkipWithError("rivo search failed");
 }
-BENCHMARK(BM_SearchCommand)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_SearchCommand)
+    ->ArgName("newBury")
+    ->Arg(1)
+    ->Arg(0)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // The floor under every command: the program loads its libraries, sets itself up, reads its
 // arguments and ends, with no collection opened.
