@@ -7,6 +7,7 @@
 #include <cctype>
 #include <thread>
 
+#include "librivo/ResultSet.h"
 #include "librivo/SqlError.h"
 #include "librivo/SysLog.h"
 
@@ -348,6 +349,21 @@ std::vector<Value> DB::list(const std::string& sql, const Row& vars) {
   return out;
 }
 
+std::unique_ptr<ResultSet> DB::executeQuery(const std::string& sql, const Row& vars) {
+  std::lock_guard guard(_lock);
+  if (!_db) return nullptr;
+  if (echo) sysLog(sql);
+  sqlite3_stmt* stmt = _prepare(sql);
+  if (!stmt) return nullptr;
+  if (!_bind(stmt, vars, sql, false)) {
+    sqlite3_finalize(stmt);
+    return nullptr;
+  }
+  auto rs = std::make_unique<ResultSet>(*this, stmt);
+  _resultSets.insert(rs.get());
+  return rs;
+}
+
 void DB::beginTransaction() {
   std::lock_guard guard(_lock);
   if (_db) _begin();
@@ -385,6 +401,11 @@ void DB::close() {
   std::lock_guard guard(_lock);
   if (!_db) return;
   _statements.clear();
+  for (ResultSet* rs : _resultSets) {
+    sqlite3_finalize(rs->_stmt);
+    rs->_detach();
+  }
+  _resultSets.clear();
   while (sqlite3_stmt* leaked = sqlite3_next_stmt(_db, nullptr)) {
     sysLog("Closing leaked statement");
     sqlite3_finalize(leaked);

@@ -9,8 +9,10 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,6 +24,8 @@ struct sqlite3;
 struct sqlite3_stmt;
 
 namespace rivo {
+
+class ResultSet;
 
 class DB {
  public:
@@ -50,6 +54,8 @@ class DB {
   std::optional<Row> first(const std::string& sql, const Row& vars = {});
   std::vector<Row> all(const std::string& sql, const Row& vars = {});
   std::vector<Value> list(const std::string& sql, const Row& vars = {});
+  // A read kept open for stepping row by row; null when the statement can't run.
+  std::unique_ptr<ResultSet> executeQuery(const std::string& sql, const Row& vars = {});
   // Convenience: scalar as an integer, 0 when there is no row or it is NULL.
   int64_t scalarInt(const std::string& sql, const Row& vars = {});
 
@@ -85,6 +91,7 @@ class DB {
   bool _execute(const std::string& sql, const Row& vars, const RowCallback& onRow, bool mayCache);
   // Runs a statement that takes no values and returns no rows, such as "commit transaction".
   bool _runControl(const char* sql);
+  friend class ResultSet;
   sqlite3_stmt* _prepare(const std::string& sql);
   bool _bind(sqlite3_stmt* stmt, const Row& vars, const std::string& sql, bool isUpdate);
   int _step(sqlite3_stmt* stmt);
@@ -100,6 +107,8 @@ class DB {
   // Goes up whenever rows may have left a table; stamps what _takenIds holds.
   uint64_t _removals = 0;
   std::map<std::string, std::pair<TakenIds, uint64_t>> _takenIds;
+  // Open result sets, ended by close(); guarded by _lock.
+  std::set<ResultSet*> _resultSets;
 };
 
 // Reads a column of the current row of a statement as a Value.

@@ -22,6 +22,7 @@
 #include "shell/ImportCommand.h"
 #include "shell/ServeCommand.h"
 #include "shell/StudySession.h"
+#include "shell/SyncCommand.h"
 
 namespace rivo {
 
@@ -60,9 +61,10 @@ std::string checkCollection(const std::string& path) {
   return {};
 }
 
-// Launches the application, runs `command` on its main loop, and ends it.
-int withApp(const Settings& s, bool createMissing,
-            const std::function<void(AppDelegate&)>& command) {
+// Launches the application, runs `command` on its main loop, and ends it; a command that
+// `endsItself` calls AppDelegate::terminate with its exit status when its jobs are done.
+int withApp(const Settings& s, bool createMissing, const std::function<void(AppDelegate&)>& command,
+            bool endsItself = false) {
   ConsoleUi ui;
   AppDelegate::Options options;
   options.dataDir = s.data;
@@ -75,7 +77,6 @@ int withApp(const Settings& s, bool createMissing,
       checkCollection((fs::path(s.data) / "profiles" / profile / "collection.rivo2").string());
   if (!problem.empty()) return fail(problem);
   app.launch();
-  int status = 0;
   app.doOnMain([&] {
     try {
       command(app);
@@ -83,7 +84,7 @@ int withApp(const Settings& s, bool createMissing,
       app.terminate(1, false);
       throw;
     }
-    app.terminate(status);
+    if (!endsItself) app.terminate(0);
   });
   return app.run();
 }
@@ -248,6 +249,18 @@ int CommandLine::main(int argc, char** argv) {
   import->add_flag("--replace", importOptions.replace,
                    "replace the whole collection (asks first on a terminal)");
   import->add_flag("--yes", importOptions.yes, "replace without asking");
+  CLI::App* sync = cli.add_subcommand(
+      "sync",
+      "Sync the collection with the service at $SYNC_BASE; exit 3 when a full sync is "
+      "needed and no --full direction was given.");
+  SyncCommand::Args syncArgs;
+  sync->add_option("--user", syncArgs.user,
+                   "log in as this account first (password from RIVO_PASSWORD or standard "
+                   "input)");
+  sync->add_option("--full", syncArgs.full,
+                   "force a one-way sync: upload replaces the server's collection, download "
+                   "replaces this one")
+      ->check(CLI::IsMember({"upload", "download"}));
   try {
     cli.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -285,6 +298,9 @@ int CommandLine::main(int argc, char** argv) {
       importOptions.interactive = isatty(STDIN_FILENO) == 1;
       return withApp(s, false, [&](AppDelegate& app) { ImportCommand::run(app, importOptions); });
     }
+    if (sync->parsed())
+      return withApp(
+          s, false, [&](AppDelegate& app) { SyncCommand::run(app, syncArgs); }, true);
     if (study->parsed())
       return withApp(s, false, [&](AppDelegate& app) {
         runStudy(app, study->count("--deck") ? &studyDeck : nullptr);

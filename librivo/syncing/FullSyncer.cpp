@@ -1,0 +1,111 @@
+#include "librivo/syncing/FullSyncer.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+
+#include "librivo/Col.h"
+#include "librivo/DB.h"
+#include "librivo/Version.h"
+
+namespace rivo {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool integrityOk(DB& db) {
+  auto answer = db.scalar("pragma integrity_check");
+  return answer && toText(*answer) == "ok";
+}
+
+// Puts `from` in the place of `to` at once, also across file systems.
+void moveInto(const std::string& from, const std::string& to) {
+  if (std::rename(from.c_str(), to.c_str()) == 0) return;
+  if (errno != EXDEV)
+    throw std::logic_error("could not move the download: " + std::string(std::strerror(errno)));
+  const std::string beside = to + ".download";
+  fs::copy_file(from, beside, fs::copy_options::overwrite_existing);
+  fs::remove(from);
+  if (std::rename(beside.c_str(), to.c_str()) != 0)
+    throw std::logic_error("could not move the download: " + std::string(std::strerror(errno)));
+}
+
+}  // namespace
+
+std::string FullSyncer::clientVersion() {
+  return std::string("rivomobile,") + kVersion + " (b" + kBundleVersion + ")," + platformDesc();
+}
+
+FullSyncer::FullSyncer(Col* c, const std::string& key)
+    : HttpSyncer(key, Json{{"k", key}, {"v", clientVersion()}}), col(c) {}
+
+bool FullSyncer::download(Error* err) {
+  notifySyncStatus("Downloading from RivoWeb...");
+  reqWithMethod("download");
+  if (!waitForCompletion(err)) return false;
+  const std::string path = downloadPath;
+  {
+    DB db(path);
+    bool sound = db.isOpen() && integrityOk(db) && db.runWithResult("update col set ls=mod") &&
+                 db.scalarInt("select count() from col") == 1;
+    if (sound) db.commit();
+    db.close();
+    if (!sound) {
+      std::remove(path.c_str());
+      if (err)
+        *err = makeError("syncError",
+                         "Download was corrupt. Please check your network connection and try "
+                         "again.");
+      return false;
+    }
+  }
+  col->close();
+  const std::string colPath = col->path();
+  // The old file goes as the new one arrives, in one step.
+  moveInto(path, colPath);
+  downloadPath.clear();
+  col = nullptr;
+  return true;
+}
+
+bool FullSyncer::upload(Error* err) {
+  notifySyncStatus("Uploading to RivoWeb...");
+  if (!integrityOk(*col->db())) {
+    if (err)
+      *err = makeError("syncError",
+                       "Your collection is corrupt. Please post on the support site for help.");
+    return false;
+  }
+  if (!col->basicCheck()) {
+    if (err)
+      *err = makeError("syncError",
+                       "Your collection is in an inconsistent state. Please use the Check "
+                       "Database feature, then try again.");
+    return false;
+  }
+  col->beforeUpload();
+  std::FILE* file = std::fopen(col->path().c_str(), "rb");
+  if (!file) {
+    if (err) *err = makeError("syncError", "Could not read " + col->path() + ".");
+    return false;
+  }
+  reqWithMethod("upload", file, 6);
+  std::optional<std::string> reply = waitForReqData(err);
+  std::fclose(file);
+  if (!reply) return false;
+  if (*reply != "OK") {
+    if (err)
+      *err = makeError("syncError",
+                       "The upload was corrupt. Please check your internet connection and try "
+                       "again.");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace rivo
