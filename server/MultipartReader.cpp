@@ -124,14 +124,25 @@ bool MultipartReader::_run() {
         break;
       }
       case State::Body: {
+        // A delimiter counts only when CRLF or "--" follows it.
         size_t at = _buf.find(_delimiter);
-        size_t emit =
-            at != std::string::npos
-                ? at
-                : (_buf.size() >= _delimiter.size() ? _buf.size() - _delimiter.size() + 1 : 0);
+        bool waiting = false;
+        while (at != std::string::npos) {
+          size_t after = at + _delimiter.size();
+          if (after + 2 > _buf.size()) {
+            waiting = true;
+            break;
+          }
+          if (_buf.compare(after, 2, "\r\n") == 0 || _buf.compare(after, 2, "--") == 0) break;
+          at = _buf.find(_delimiter, at + 1);
+        }
+        const size_t keep = _delimiter.size() + 1;
+        size_t emit = at != std::string::npos ? at
+                      : _buf.size() > keep   ? _buf.size() - keep
+                                             : 0;
         if (emit && _handler.data && !_handler.data(_buf.data(), emit))
           return _fail("refused data");
-        if (at == std::string::npos) {
+        if (at == std::string::npos || waiting) {
           _buf.erase(0, emit);
           return true;
         }

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <string>
 #include <thread>
@@ -53,6 +54,8 @@ std::string readPassword(const std::string& name) {
 
 int serve(rivo::SyncServer::Options options) {
   // One server per data folder, or two could each let a sync of the same account in.
+  std::error_code ec;
+  std::filesystem::create_directories(options.dataDir, ec);
   const std::string lockPath = options.dataDir + "/.syncd.lock";
   int lockFd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (lockFd < 0 || ::flock(lockFd, LOCK_EX | LOCK_NB) != 0)

@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cmath>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -257,7 +257,6 @@ void HttpSyncer::_run(std::string url) {
       std::string("Content-Type: multipart/form-data; boundary=") + kBoundary;
   curl_slist* headers = curl_slist_append(nullptr, contentType.c_str());
   const std::string agent = std::string("rivo/") + kVersion;
-  const long idle = std::max(1L, static_cast<long>(std::ceil(timeout)));
 
   curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
   curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, errbuf);
@@ -277,8 +276,6 @@ void HttpSyncer::_run(std::string url) {
   curl_easy_setopt(curl, CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_ALL));
   curl_easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, "");
   curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(timeout * 1000));
-  curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
-  curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, idle);
   curl_easy_setopt(
       curl, CURLOPT_WRITEFUNCTION, +[](char* data, size_t size, size_t count, void* self) {
         auto* s = static_cast<HttpSyncer*>(self);
@@ -290,8 +287,17 @@ void HttpSyncer::_run(std::string url) {
   curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
   curl_easy_setopt(
       curl, CURLOPT_XFERINFOFUNCTION,
-      +[](void* self, curl_off_t, curl_off_t, curl_off_t ultotal, curl_off_t ulnow) {
+      +[](void* self, curl_off_t, curl_off_t dlnow, curl_off_t ultotal, curl_off_t ulnow) {
         auto* s = static_cast<HttpSyncer*>(self);
+        // The time-out counts from the last byte that moved either way.
+        auto now = std::chrono::steady_clock::now();
+        if (dlnow != s->_lastReceivedTotal || ulnow != s->_lastSentTotal) {
+          s->_lastReceivedTotal = dlnow;
+          s->_lastActivity = now;
+        } else if (now - s->_lastActivity > std::chrono::duration<double>(s->timeout)) {
+          s->_timedOut = true;
+          return 1;
+        }
         if (ulnow > s->_lastSentTotal) {
           s->sentBytes = ulnow - s->_lastSentTotal;
           s->_lastSentTotal = ulnow;
@@ -302,12 +308,20 @@ void HttpSyncer::_run(std::string url) {
       });
   curl_easy_setopt(curl, CURLOPT_XFERINFODATA, this);
 
+  _lastActivity = std::chrono::steady_clock::now();
+  _lastReceivedTotal = 0;
+  _timedOut = false;
   CURLcode rc = curl_easy_perform(curl);
   long status = 0;
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
   curl_slist_free_all(headers);
   curl_easy_cleanup(curl);
 
+  if (_timedOut) {
+    _finish(makeError("network", "The request timed out: nothing moved for " +
+                                     std::to_string(static_cast<int>(timeout)) + " seconds."));
+    return;
+  }
   if (rc != CURLE_OK) {
     std::string text = curl_easy_strerror(rc);
     if (errbuf[0]) text += std::string(": ") + errbuf;

@@ -10,6 +10,7 @@
 // and the files are written by the transfer before it signals, and read after. Certificates
 // are always checked.
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
@@ -94,6 +95,9 @@ class HttpSyncer {
   std::FILE* _download = nullptr;
   int64_t _bodySize = 0;
   int64_t _lastSentTotal = 0;
+  int64_t _lastReceivedTotal = 0;
+  std::chrono::steady_clock::time_point _lastActivity;
+  bool _timedOut = false;
   std::optional<Error> _lastErr;
   std::thread _transfer;
   std::mutex _completedMutex;
