@@ -137,9 +137,7 @@ bool MultipartReader::_run() {
           at = _buf.find(_delimiter, at + 1);
         }
         const size_t keep = _delimiter.size() + 1;
-        size_t emit = at != std::string::npos ? at
-                      : _buf.size() > keep   ? _buf.size() - keep
-                                             : 0;
+        size_t emit = at != std::string::npos ? at : _buf.size() > keep ? _buf.size() - keep : 0;
         if (emit && _handler.data && !_handler.data(_buf.data(), emit))
           return _fail("refused data");
         if (at == std::string::npos || waiting) {

@@ -92,7 +92,7 @@ class ProgressLine : public SyncListener {
 };
 
 std::string readPassword() {
-  if (const char* env = std::getenv("RIVO_PASSWORD")) return env;
+  if (const char* env = std::getenv("RIVO_PASSWORD"); env && *env) return env;
   const bool tty = ::isatty(STDIN_FILENO) == 1;
   termios saved{};
   if (tty) {

@@ -41,10 +41,12 @@ Parsed parse(const std::string& body, size_t step) {
 }
 
 TEST(MultipartReader, ReadsPartsInAnyPiecesAndTakesABodyEndingAfterAField) {
-  const std::string fields = "--B\r\nContent-Disposition: form-data; name=\"k\"\r\n\r\nkey\r\n"
-                             "--B\r\nContent-Disposition: form-data; name=\"s\"\r\n\r\nab\r\n--Bx\r\n";
-  const std::string file = "--B\r\nContent-Disposition: form-data; name=\"data\"; "
-                           "filename=\"data\"\r\nContent-Type: application/octet-stream\r\n\r\n";
+  const std::string fields =
+      "--B\r\nContent-Disposition: form-data; name=\"k\"\r\n\r\nkey\r\n"
+      "--B\r\nContent-Disposition: form-data; name=\"s\"\r\n\r\nab\r\n--Bx\r\n";
+  const std::string file =
+      "--B\r\nContent-Disposition: form-data; name=\"data\"; "
+      "filename=\"data\"\r\nContent-Type: application/octet-stream\r\n\r\n";
   const std::string payload("\r\n--\r\n--B-almost\r\n--B\x00\xff", 23);
   for (size_t step : {size_t{1}, size_t{3}, size_t{1000}}) {
     SCOPED_TRACE(step);

@@ -17,8 +17,7 @@ struct ProcessResult {
 
 // `env` adds or replaces variables ("NAME=value"); `input` is standard input.
 ProcessResult runProcess(const std::vector<std::string>& argv,
-                         const std::vector<std::string>& env = {},
-                         const std::string& input = {});
+                         const std::vector<std::string>& env = {}, const std::string& input = {});
 
 class ChildProcess {
  public:

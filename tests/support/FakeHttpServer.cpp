@@ -68,9 +68,8 @@ void FakeHttpServer::reply(httplib::Response& res, int status, const std::string
 
 void FakeHttpServer::cut(httplib::Response& res) {
   res.status = 200;
-  res.set_content_provider(
-      1000, "application/octet-stream",
-      [](size_t, size_t, httplib::DataSink&) { return false; });
+  res.set_content_provider(1000, "application/octet-stream",
+                           [](size_t, size_t, httplib::DataSink&) { return false; });
 }
 
 }  // namespace rivo::test

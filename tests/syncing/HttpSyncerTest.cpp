@@ -21,15 +21,13 @@ namespace {
 using test::FakeHttpServer;
 
 const std::string kDelim = "--Rivo-sync-boundary\r\n";
-const std::string kDataHead =
-    kDelim +
-    "Content-Disposition: form-data; name=\"data\"; filename=\"data\"\r\n"
-    "Content-Type: application/octet-stream\r\n\r\n";
+const std::string kDataHead = kDelim +
+                              "Content-Disposition: form-data; name=\"data\"; filename=\"data\"\r\n"
+                              "Content-Type: application/octet-stream\r\n\r\n";
 const std::string kTail = "\r\n--Rivo-sync-boundary--\r\n";
 
 std::string field(const std::string& name, const std::string& value) {
-  return kDelim + "Content-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value +
-         "\r\n";
+  return kDelim + "Content-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value + "\r\n";
 }
 
 struct Counter : SyncListener {
@@ -61,7 +59,8 @@ TEST_F(Transport, RequestBodiesAreBuiltAsTheProtocolSays) {
   Counter counter;
   HttpSyncer http("key", Json{{"k", "key"}});
   http.listener = &counter;
-  server.respond([](const auto&, httplib::Response& res) { FakeHttpServer::reply(res, 200, "OK!"); });
+  server.respond(
+      [](const auto&, httplib::Response& res) { FakeHttpServer::reply(res, 200, "OK!"); });
 
   // No payload: the fields alone, without a closing delimiter.
   http.reqWithMethod("download");
@@ -90,8 +89,8 @@ TEST_F(Transport, RequestBodiesAreBuiltAsTheProtocolSays) {
   std::FILE* f = std::fopen(dir.file("p").c_str(), "rb");
   http.reqWithMethod("uploadChanges", f, 0);
   ASSERT_TRUE(http.waitForCompletion());
-  EXPECT_EQ(server.requests().back().body, field("c", "0") + field("k", "key") + kDataHead +
-                                               "raw \x01 bytes" + kTail);
+  EXPECT_EQ(server.requests().back().body,
+            field("c", "0") + field("k", "key") + kDataHead + "raw \x01 bytes" + kTail);
   EXPECT_EQ(std::fseek(f, 0, SEEK_SET), 0);
   std::fclose(f);
 
@@ -100,8 +99,8 @@ TEST_F(Transport, RequestBodiesAreBuiltAsTheProtocolSays) {
   for (size_t i = 0; i < big.size(); ++i) big[i] = static_cast<char>((i * 7919) % 251);
   http.reqWithMethod("upload", tmpFileFromData(big), 6);
   ASSERT_TRUE(http.waitForCompletion());
-  EXPECT_EQ(dataPart(), gzipDeflate(big.substr(0, 0x100000), 6) +
-                            gzipDeflate(big.substr(0x100000), 6));
+  EXPECT_EQ(dataPart(),
+            gzipDeflate(big.substr(0, 0x100000), 6) + gzipDeflate(big.substr(0x100000), 6));
 }
 
 TEST_F(Transport, EveryStatusButOkIsAnErrorWithItsText) {

@@ -46,8 +46,8 @@ class SyncClient : public ::testing::Test {
   std::string path() const { return dir.file("collection.rivo2"); }
   // A server whose collection differs from ours only by its mod.
   Json serverMeta(int64_t tsOffset = 0) {
-    return {{"mod", col->mod() + 1}, {"scm", col->scm()}, {"usn", col->_usnValue()},
-            {"ts", intTime(1) + tsOffset}, {"msg", ""}, {"cont", true}};
+    return {{"mod", col->mod() + 1},       {"scm", col->scm()}, {"usn", col->_usnValue()},
+            {"ts", intTime(1) + tsOffset}, {"msg", ""},         {"cont", true}};
   }
   std::optional<std::string> sync(Error* err) {
     RemoteServer remote("key");
@@ -99,9 +99,10 @@ TEST_F(SyncClient, MetaDecidesBeforeAnythingIsExchanged) {
   EXPECT_EQ(sync(&err), "fullSync");
   EXPECT_EQ(server.requests().size(), 5u);
 
-  col->db()->run("insert into cards (id, nid, did, ord, mod, usn, type, queue, due, ivl, factor, "
-                 "reps, lapses, left, odue, odid, flags, data) values (5, 999, 1, 0, 0, -1, 0, 0, "
-                 "0, 0, 0, 0, 0, 0, 0, 0, 0, '')");
+  col->db()->run(
+      "insert into cards (id, nid, did, ord, mod, usn, type, queue, due, ivl, factor, "
+      "reps, lapses, left, odue, odid, flags, data) values (5, 999, 1, 0, 0, -1, 0, 0, "
+      "0, 0, 0, 0, 0, 0, 0, 0, 0, '')");
   replies["meta"] = serverMeta().dump();
   EXPECT_FALSE(sync(&err));
   EXPECT_EQ(err.message,
@@ -163,7 +164,8 @@ TEST_F(SyncClient, FullSyncChecksWhatArrivesAndWhatTheServerSays) {
   replies["download"] = "this is not a collection";
   Error err;
   EXPECT_FALSE(down.download(&err));
-  EXPECT_EQ(err.message, "Download was corrupt. Please check your network connection and try again.");
+  EXPECT_EQ(err.message,
+            "Download was corrupt. Please check your network connection and try again.");
   const std::string body = server.requests().back().body;
   EXPECT_NE(body.find("name=\"k\"\r\n\r\nkey\r\n"), std::string::npos);
   EXPECT_NE(body.find("name=\"v\"\r\n\r\nrivomobile,"), std::string::npos);
