@@ -115,7 +115,9 @@ SyncServer::SyncServer(Options options) : _options(std::move(options)) {
   _http->set_keep_alive_max_count(1);
   _http->set_read_timeout(60);
   _http->set_write_timeout(60);
-  _http->set_payload_max_length(static_cast<size_t>(_options.maxJsonBytes));
+  // Each method's own limit is checked as the body arrives; this is only the outer bound.
+  _http->set_payload_max_length(
+      static_cast<size_t>(std::max(_options.maxJsonBytes, _options.maxUploadBytes)));
 
   auto limitFor = [this](const std::string& path) {
     return methodOfPath(path) == "upload" ? _options.maxUploadBytes : _options.maxJsonBytes;

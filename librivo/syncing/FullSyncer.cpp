@@ -75,6 +75,11 @@ bool FullSyncer::download(Error* err) {
 
 bool FullSyncer::upload(Error* err) {
   notifySyncStatus("Uploading to RivoWeb...");
+  // The check and the vacuum below walk the whole file: with a small page cache and the
+  // vacuum's copy on disk rather than in memory, a large collection costs no more memory
+  // than a small one.
+  col->db()->scalar("pragma cache_size = -2000");
+  col->db()->scalar("pragma temp_store = file");
   if (!integrityOk(*col->db())) {
     if (err)
       *err = makeError("syncError",

@@ -3,11 +3,12 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -59,20 +60,30 @@ pid_t spawn(std::vector<std::string> argv, const std::vector<std::string>& env,
   return pid;
 }
 
+// Waits for the process, sampling its peak memory until it ends.
 ProcessResult reap(pid_t pid, const std::string& out, const std::string& err) {
   ProcessResult r;
   int status = 0;
-  rusage usage{};
-  while (wait4(pid, &status, 0, &usage) < 0 && errno == EINTR) {
+  for (;;) {
+    r.maxRssKb = std::max(r.maxRssKb, peakRssKb(pid));
+    pid_t done = waitpid(pid, &status, WNOHANG);
+    if (done == pid || (done < 0 && errno != EINTR)) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  r.maxRssKb = usage.ru_maxrss;
   r.out = readFile(out);
   r.err = readFile(err);
   return r;
 }
 
 }  // namespace
+
+long peakRssKb(pid_t pid) {
+  std::istringstream status(readFile("/proc/" + std::to_string(pid) + "/status"));
+  for (std::string line; std::getline(status, line);)
+    if (line.rfind("VmHWM:", 0) == 0) return std::strtol(line.c_str() + 6, nullptr, 10);
+  return 0;
+}
 
 ProcessResult runProcess(const std::vector<std::string>& argv, const std::vector<std::string>& env,
                          const std::string& input) {
@@ -121,8 +132,11 @@ std::string ChildProcess::waitForLine(const std::string& prefix, double seconds)
 ProcessResult ChildProcess::stop(int signal) {
   if (_stopped) return {};
   _stopped = true;
+  const long peak = peakRssKb();
   ::kill(_pid, signal);
-  return reap(_pid, _outPath, _errPath);
+  ProcessResult r = reap(_pid, _outPath, _errPath);
+  r.maxRssKb = std::max(r.maxRssKb, peak);
+  return r;
 }
 
 SyncdProcess::SyncdProcess(const std::string& binary, const std::string& dataDir,

@@ -12,8 +12,13 @@ namespace rivo::test {
 struct ProcessResult {
   int status = -1;  // exit status, or 128 + signal
   std::string out, err;
+  // The peak of its own memory (VmHWM), sampled while it ran. (The kernel's ru_maxrss would
+  // also count the test's own memory, which a spawned child shares until it execs.)
   long maxRssKb = 0;
 };
+
+// VmHWM of a running process in kB; 0 when it can't be read.
+long peakRssKb(pid_t pid);
 
 // `env` adds or replaces variables ("NAME=value"); `input` is standard input.
 ProcessResult runProcess(const std::vector<std::string>& argv,
@@ -30,6 +35,7 @@ class ChildProcess {
   // The first line of standard output that starts with `prefix`, waiting up to `seconds`.
   std::string waitForLine(const std::string& prefix, double seconds = 10);
   std::string output() const;
+  long peakRssKb() const { return test::peakRssKb(_pid); }
   // Sends the signal and waits; the result holds its output and peak memory.
   ProcessResult stop(int signal = 15);
   pid_t pid() const { return _pid; }

@@ -9,6 +9,7 @@
 #include <functional>
 #include <thread>
 
+#include "bench/CollectionGenerator.h"
 #include "librivo/Card.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
@@ -349,6 +350,48 @@ TEST_F(SyncE2E, LoginFailuresAndLostKeysSayWhatHappened) {
   EXPECT_EQ(r.err, "rivo: Authentication failed. Please log in again.\n");
   EXPECT_NE(rivo(1, {"sync"}).err.find("Not logged in"), std::string::npos);
 }
+
+}  // namespace
+}  // namespace rivo
+
+namespace rivo {
+namespace {
+
+#ifndef RIVO_SANITIZED
+// Both directions of a full sync of a 200 MB collection, measured by the kernel's own
+// accounting of each process's peak resident memory.
+TEST(SyncMemory, AFullSyncOfA200MbCollectionStaysUnder64MbOnBothSides) {
+  constexpr long kLimitKb = 64 * 1024;
+  test::TempDir dir;
+  GeneratorOptions options;
+  options.notes = 180000;
+  options.cards = 360000;
+  options.revlog = 1800000;
+  CollectionGenerator(options).generate(dir.file("p1"), "User 1");
+  const std::string path = dir.file("p1/profiles/User 1/collection.rivo2");
+  ASSERT_GT(std::filesystem::file_size(path), 200000000u);
+
+  auto server = std::make_unique<test::SyncdProcess>(RIVO_SYNCD_BINARY, dir.file("srv"));
+  server->addUser("ann", "secret");
+  const std::vector<std::string> env = {"SYNC_BASE=" + server->base(), "RIVO_PASSWORD=secret"};
+  ASSERT_EQ(test::runProcess({RIVO_BINARY, "--data", dir.file("p2"), "init"}).status, 0);
+  for (const auto& [profile, direction] : {std::pair{"p1", "upload"}, {"p2", "download"}}) {
+    SCOPED_TRACE(direction);
+    ProcessResult r = test::runProcess(
+        {RIVO_BINARY, "--data", dir.file(profile), "sync", "--user", "ann", "--full", direction},
+        env);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_LT(r.maxRssKb, kLimitKb);
+    std::printf("rivo sync --full %s: peak %ld kB\n", direction, r.maxRssKb);
+  }
+  ProcessResult stopped = server->stop();
+  EXPECT_LT(stopped.maxRssKb, kLimitKb);
+  std::printf("rivo-syncd: peak %ld kB\n", stopped.maxRssKb);
+  DB db(dir.file("p2/profiles/User 1/collection.rivo2"));
+  EXPECT_EQ(db.scalarInt("select count() from revlog"), options.revlog);
+  db.close();
+}
+#endif
 
 }  // namespace
 }  // namespace rivo
