@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -166,20 +167,7 @@ bool HttpSyncer::_writeBody(const Payload& fobj, int comp, std::string* problem)
             "Content-Disposition: form-data; name=\"data\"; filename=\"data\"\r\n"
             "Content-Type: application/octet-stream\r\n\r\n";
     ok = writeAll(_body, text);
-    std::vector<uint8_t> slice(kSliceSize);
-    while (ok) {
-      size_t n = std::fread(slice.data(), 1, slice.size(), in);
-      if (n == 0) break;
-      slice.resize(n);
-      if (comp) {
-        std::vector<uint8_t> packed = gzipDeflate(slice, comp);
-        ok =
-            !packed.empty() && std::fwrite(packed.data(), 1, packed.size(), _body) == packed.size();
-      } else {
-        ok = std::fwrite(slice.data(), 1, n, _body) == n;
-      }
-      slice.resize(kSliceSize);
-    }
+    ok = ok && _writeSlices(in, comp);
     if (std::ferror(in)) ok = false;
     ok = ok && writeAll(_body, "\r\n" + delimiter + "--\r\n");
     if (tmpPath) {
@@ -196,6 +184,36 @@ bool HttpSyncer::_writeBody(const Payload& fobj, int comp, std::string* problem)
   _bodySize = ftello(_body);
   fseeko(_body, 0, SEEK_SET);
   return true;
+}
+
+// Copies the payload into the body 1 MiB slice at a time, each slice gzipped by itself when
+// `comp` is set. Slices are independent, so a few are compressed side by side (the bytes are
+// the same as one at a time); memory stays at a few slices whatever the payload's size.
+bool HttpSyncer::_writeSlices(std::FILE* in, int comp) {
+  const size_t batch = comp ? std::clamp<size_t>(std::thread::hardware_concurrency(), 1, 4) : 1;
+  std::vector<std::vector<uint8_t>> slices(batch), packed(batch);
+  for (;;) {
+    size_t filled = 0;
+    for (; filled < batch; ++filled) {
+      slices[filled].resize(kSliceSize);
+      size_t n = std::fread(slices[filled].data(), 1, kSliceSize, in);
+      slices[filled].resize(n);
+      if (n == 0) break;
+    }
+    if (filled == 0) return !std::ferror(in);
+    if (comp) {
+      std::vector<std::thread> workers;
+      for (size_t i = 1; i < filled; ++i)
+        workers.emplace_back([&, i] { packed[i] = gzipDeflate(slices[i], comp); });
+      packed[0] = gzipDeflate(slices[0], comp);
+      for (std::thread& w : workers) w.join();
+    }
+    for (size_t i = 0; i < filled; ++i) {
+      const std::vector<uint8_t>& out = comp ? packed[i] : slices[i];
+      if (out.empty() || std::fwrite(out.data(), 1, out.size(), _body) != out.size()) return false;
+    }
+    if (filled < batch) return !std::ferror(in);
+  }
 }
 
 void HttpSyncer::reqWithMethod(const std::string& method, const Payload& fobj, int comp) {

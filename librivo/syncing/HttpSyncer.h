@@ -86,6 +86,7 @@ class HttpSyncer {
 
  private:
   bool _writeBody(const Payload& fobj, int comp, std::string* problem);
+  bool _writeSlices(std::FILE* in, int comp);
   void _run(std::string url);
   void _finish(std::optional<Error> error);
 
