@@ -4,6 +4,7 @@
 
 #include "librivo/Col.h"
 #include "librivo/Storage.h"
+#include "librivo/syncing/SyncMessages.h"
 #include "librivo/syncing/Syncer.h"
 
 namespace rivo {
@@ -49,13 +50,13 @@ std::string SyncSession::call(const std::string& method, const Json& args) {
   if (method == "chunk") {
     _expect(Step::Changes, method);
     Json reply = _syncer->chunk();
-    if (reply.value("done", false)) _step = Step::ServerChunksSent;
+    if (SyncMessages::isDone(reply)) _step = Step::ServerChunksSent;
     return reply.dump();
   }
   if (method == "applyChunk") {
     _expect(Step::ServerChunksSent, method);
     _syncer->applyClientChunk(args);
-    if (args["chunk"].value("done", false)) _step = Step::ClientChunksIn;
+    if (SyncMessages::isDone(args["chunk"])) _step = Step::ClientChunksIn;
     return "null";
   }
   if (method == "sanityCheck2") {

@@ -22,6 +22,11 @@ class SyncMessages {
   // revlog, cards and notes rows in the column order of the wire, with the column types.
   static std::string checkChunk(const Json& chunk);
 
+  // A chunk's `done`: true only when present and true.
+  static bool isDone(const Json& chunk) {
+    return chunk.is_object() && chunk.value("done", Json()) == true;
+  }
+
   // The deepest nesting of arrays and objects in JSON text, found without parsing it.
   static int nestingDepth(std::string_view text);
 

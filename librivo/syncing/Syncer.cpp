@@ -151,12 +151,12 @@ std::optional<std::string> Syncer::sync(Error* err) {
     if (!c) return std::nullopt;
     if (std::string problem = SyncMessages::checkChunk(*c); !problem.empty()) return bad(problem);
     applyChunk(*c);
-    if (c->value("done", false)) break;
+    if (SyncMessages::isDone(*c)) break;
   }
   for (;;) {
     Json c = chunk();
     if (!server->applyChunk({{"chunk", c}}, err)) return std::nullopt;
-    if (c.value("done", false)) break;
+    if (SyncMessages::isDone(c)) break;
   }
 
   // Both sides must now hold the same.

@@ -8,6 +8,7 @@
 
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
+#include "librivo/Compression.h"
 #include "librivo/DB.h"
 #include "librivo/Note.h"
 #include "librivo/Storage.h"
@@ -36,7 +37,10 @@ class SyncClient : public ::testing::Test {
     note->set("Front", "a question");
     col->addNote(*note);
     col->save();
-    // Replies by method; a method with none answers an empty object.
+    answerFromReplies();
+  }
+  // Replies by method; a method with none answers an empty object.
+  void answerFromReplies() {
     server.respond([this](const FakeHttpServer::Request& req, httplib::Response& res) {
       std::string method = req.path.substr(req.path.rfind('/') + 1);
       auto it = replies.find(method);
@@ -70,6 +74,15 @@ TEST_F(SyncClient, MetaDecidesBeforeAnythingIsExchanged) {
   replies["meta"] = "<html>not json</html>";
   EXPECT_FALSE(sync(&err));
   EXPECT_EQ(err.message, kUnusable);
+  // A compressed reply cut short arrives as the part that came, which doesn't parse.
+  server.respond([this](const auto&, httplib::Response& res) {
+    std::string gz = gzipDeflate(serverMeta().dump(), 6);
+    FakeHttpServer::reply(res, 200, gz.substr(0, gz.size() / 2));
+    res.set_header("Content-Encoding", "gzip");
+  });
+  EXPECT_FALSE(sync(&err));
+  EXPECT_EQ(err.message, kUnusable);
+  answerFromReplies();
 
   Json meta = serverMeta();
   meta["cont"] = false;
@@ -97,7 +110,7 @@ TEST_F(SyncClient, MetaDecidesBeforeAnythingIsExchanged) {
   meta["scm"] = col->scm() + 1;
   replies["meta"] = meta.dump();
   EXPECT_EQ(sync(&err), "fullSync");
-  EXPECT_EQ(server.requests().size(), 5u);
+  EXPECT_EQ(server.requests().size(), 6u);  // meta alone, each time
 
   col->db()->run(
       "insert into cards (id, nid, did, ord, mod, usn, type, queue, due, ivl, factor, "
