@@ -120,48 +120,44 @@ SyncBench& bench() {
   return b;
 }
 
-void BM_FullUpload(benchmark::State& state) {
+// A full sync of the client's collection one way, each iteration.
+void fullSync(benchmark::State& state, bool upload) {
   SyncBench& b = bench();
   int64_t bytes = 0;
   for (auto _ : state) {
     auto col = rivo::Storage::open(b.client);
     rivo::FullSyncer syncer(col.get(), b.hkey);
     rivo::Error err;
-    if (!syncer.upload(&err)) state.SkipWithError(err.message.c_str());
+    if (!(upload ? syncer.upload(&err) : syncer.download(&err)))
+      state.SkipWithError(err.message.c_str());
     bytes += static_cast<int64_t>(fs::file_size(b.client));
   }
   state.SetBytesProcessed(bytes);
+}
+
+// The same number of bytes, moved by plain HTTP.
+void plainFullSync(benchmark::State& state, bool upload) {
+  SyncBench& b = bench();
+  const auto size = static_cast<int64_t>(fs::file_size(b.client));
+  for (auto _ : state) b.plainTransfer(upload, size);
+  state.SetBytesProcessed(size * state.iterations());
+}
+
+void BM_FullUpload(benchmark::State& state) {
+  fullSync(state, true);
+}
+void BM_FullUploadBarePlainHttp(benchmark::State& state) {
+  plainFullSync(state, true);
+}
+void BM_FullDownload(benchmark::State& state) {
+  fullSync(state, false);
+}
+void BM_FullDownloadBarePlainHttp(benchmark::State& state) {
+  plainFullSync(state, false);
 }
 BENCHMARK(BM_FullUpload)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
-
-void BM_FullUploadBarePlainHttp(benchmark::State& state) {
-  SyncBench& b = bench();
-  const auto size = static_cast<int64_t>(fs::file_size(b.client));
-  for (auto _ : state) b.plainTransfer(true, size);
-  state.SetBytesProcessed(size * state.iterations());
-}
 BENCHMARK(BM_FullUploadBarePlainHttp)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
-
-void BM_FullDownload(benchmark::State& state) {
-  SyncBench& b = bench();
-  int64_t bytes = 0;
-  for (auto _ : state) {
-    auto col = rivo::Storage::open(b.client);
-    rivo::FullSyncer syncer(col.get(), b.hkey);
-    rivo::Error err;
-    if (!syncer.download(&err)) state.SkipWithError(err.message.c_str());
-    bytes += static_cast<int64_t>(fs::file_size(b.client));
-  }
-  state.SetBytesProcessed(bytes);
-}
 BENCHMARK(BM_FullDownload)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
-
-void BM_FullDownloadBarePlainHttp(benchmark::State& state) {
-  SyncBench& b = bench();
-  const auto size = static_cast<int64_t>(fs::file_size(b.client));
-  for (auto _ : state) b.plainTransfer(false, size);
-  state.SetBytesProcessed(size * state.iterations());
-}
 BENCHMARK(BM_FullDownloadBarePlainHttp)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(3)

@@ -104,6 +104,9 @@ bool writeAll(int fd, std::string_view bytes);
 void clearTempDir(const std::string& dir);
 // "linux:" and the kernel release.
 std::string platformDesc();
+// One line of standard input without its line end; on a terminal, `prompt` goes to standard
+// error first and the typed text isn't shown (for passwords).
+std::string readHiddenLine(const std::string& prompt);
 
 struct Error {
   std::string domain;

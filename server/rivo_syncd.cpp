@@ -2,17 +2,16 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/file.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <iostream>
 #include <string>
 #include <thread>
 
+#include "librivo/Utils.h"
 #include "server/AccountStore.h"
 #include "server/SyncServer.h"
 
@@ -23,32 +22,12 @@ int fail(const std::string& message) {
   return 1;
 }
 
-std::string readLine(bool echo) {
-  termios saved{};
-  const bool tty = ::isatty(STDIN_FILENO) == 1;
-  if (tty && !echo) {
-    ::tcgetattr(STDIN_FILENO, &saved);
-    termios quiet = saved;
-    quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    ::tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
-  }
-  std::string line;
-  std::getline(std::cin, line);
-  if (tty && !echo) {
-    ::tcsetattr(STDIN_FILENO, TCSANOW, &saved);
-    std::fputs("\n", stderr);
-  }
-  if (!line.empty() && line.back() == '\r') line.pop_back();
-  return line;
-}
-
 // From standard input: one line, or asked twice on a terminal.
 std::string readPassword(const std::string& name) {
-  if (::isatty(STDIN_FILENO) != 1) return readLine(true);
-  std::fprintf(stderr, "Password for %s: ", name.c_str());
-  std::string first = readLine(false);
-  std::fprintf(stderr, "Again: ");
-  if (readLine(false) != first) throw std::runtime_error("the two passwords differ");
+  if (::isatty(STDIN_FILENO) != 1) return rivo::readHiddenLine({});
+  std::string first = rivo::readHiddenLine("Password for " + name + ": ");
+  if (rivo::readHiddenLine("Again: ") != first)
+    throw std::runtime_error("the two passwords differ");
   return first;
 }
 

@@ -1,19 +1,18 @@
 #include "shell/SyncCommand.h"
 
-#include <termios.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
 #include <memory>
 #include <mutex>
 
 #include "app/AppDelegate.h"
 #include "app/ProfileManager.h"
 #include "librivo/Col.h"
+#include "librivo/Utils.h"
 #include "librivo/syncing/FullSyncer.h"
 #include "librivo/syncing/RemoteServer.h"
 #include "librivo/syncing/SyncListener.h"
@@ -93,24 +92,7 @@ class ProgressLine : public SyncListener {
 
 std::string readPassword() {
   if (const char* env = std::getenv("RIVO_PASSWORD"); env && *env) return env;
-  const bool tty = ::isatty(STDIN_FILENO) == 1;
-  termios saved{};
-  if (tty) {
-    std::fputs("Password: ", stderr);
-    std::fflush(stderr);
-    ::tcgetattr(STDIN_FILENO, &saved);
-    termios quiet = saved;
-    quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    ::tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
-  }
-  std::string line;
-  std::getline(std::cin, line);
-  if (tty) {
-    ::tcsetattr(STDIN_FILENO, TCSANOW, &saved);
-    std::fputs("\n", stderr);
-  }
-  if (!line.empty() && line.back() == '\r') line.pop_back();
-  return line;
+  return readHiddenLine("Password: ");
 }
 
 // What the sync job leaves for the main loop.
