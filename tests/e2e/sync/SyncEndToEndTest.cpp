@@ -105,7 +105,10 @@ TEST_F(SyncE2E, ProfilesMergeEveryKindOfChangeThroughTheServer) {
   ASSERT_EQ(r.status, 0) << r.err;
   expectSame();
 
+  // Decks and note types carry their mod in seconds and a tie keeps what the receiver has:
+  // the edits come a few seconds after the profiles were made.
   edit(1, [](Col& col) {
+    Clock::Override later(Clock::now() + 2);
     col.decks().getID("Languages::French");
     addNote(col, "bonjour", "french");
     col.decks().confIdForName("Slow and steady");
@@ -116,7 +119,6 @@ TEST_F(SyncE2E, ProfilesMergeEveryKindOfChangeThroughTheServer) {
     col.sched().answerCard(*card, 3);
   });
   edit(2, [](Col& col) {
-    // Note types carry their mod in seconds and a tie keeps the server's: edit it later.
     Clock::Override later(Clock::now() + 5);
     addNote(col, "hola", "spanish");
     Json* conf = col.decks().getConf(Json(1));
