@@ -99,11 +99,13 @@ std::string readPassword() {
 struct Outcome {
   std::optional<std::string> result;  // "noChanges", "success", "fullSync", "upload", "download"
   Error error;
-  std::string syncMsg, uname;
+  std::string syncMsg;
+  std::optional<std::string> uname;  // set when the collection's sync itself went well
 };
 
 void finishSync(AppDelegate& app, const Outcome& out) {
   ProfileManager& pm = app.pm();
+  if (out.uname) pm.setObject(*out.uname, "uname");
   int status = 0;
   if (!out.result) {
     app.log("handleError: " + out.error.message);
@@ -115,7 +117,6 @@ void finishSync(AppDelegate& app, const Outcome& out) {
     }
     status = 1;
   } else {
-    pm.setObject(out.uname, "uname");
     const std::string& r = *out.result;
     if (r == "fullSync") {
       say(stderr, std::string("rivo: ") + kFullSyncQuestion +
@@ -150,7 +151,7 @@ void syncJob(AppDelegate& app, const std::string& hkey, const std::string& full,
     Syncer syncer(col, &server);
     out.result = syncer.sync(&out.error);
     out.syncMsg = syncer.syncMsg();
-    out.uname = syncer.uname();
+    if (out.result) out.uname = syncer.uname();
   }
   if (out.result == "fullSync" && !full.empty()) {
     FullSyncer fullSyncer(&col, hkey);
