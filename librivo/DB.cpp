@@ -355,11 +355,8 @@ std::unique_ptr<ResultSet> DB::executeQuery(const std::string& sql, const Row& v
   if (echo) sysLog(sql);
   sqlite3_stmt* stmt = _prepare(sql);
   if (!stmt) return nullptr;
-  if (!_bind(stmt, vars, sql, false)) {
-    sqlite3_finalize(stmt);
-    return nullptr;
-  }
-  auto rs = std::make_unique<ResultSet>(*this, stmt);
+  auto rs = std::make_unique<ResultSet>(*this, stmt, vars);
+  if (!_bind(stmt, rs->_vars, sql, false)) return nullptr;
   _resultSets.insert(rs.get());
   return rs;
 }

@@ -15,7 +15,8 @@ class DB;
 
 class ResultSet {
  public:
-  ResultSet(DB& db, sqlite3_stmt* stmt) : _db(&db), _stmt(stmt) {}
+  // Keeps `vars`: the statement's values stay bound to them while it steps.
+  ResultSet(DB& db, sqlite3_stmt* stmt, Row vars) : _db(&db), _stmt(stmt), _vars(std::move(vars)) {}
   ~ResultSet();
   ResultSet(const ResultSet&) = delete;
   ResultSet& operator=(const ResultSet&) = delete;
@@ -36,6 +37,7 @@ class ResultSet {
 
   DB* _db;
   sqlite3_stmt* _stmt;
+  const Row _vars;
 };
 
 }  // namespace rivo

@@ -11,9 +11,11 @@
 #include "librivo/Compression.h"
 #include "librivo/DB.h"
 #include "librivo/Note.h"
+#include "librivo/ResultSet.h"
 #include "librivo/Storage.h"
 #include "librivo/syncing/FullSyncer.h"
 #include "librivo/syncing/RemoteServer.h"
+#include "librivo/syncing/SyncMessages.h"
 #include "librivo/syncing/Syncer.h"
 #include "tests/support/CollectionDump.h"
 #include "tests/support/FakeHttpServer.h"
@@ -208,6 +210,48 @@ TEST_F(SyncClient, HostKeySendsTheLoginAndReadsTheKey) {
   server.respond([](const auto&, httplib::Response& res) { FakeHttpServer::reply(res, 403, ""); });
   EXPECT_FALSE(remote.hostKeyForUser("ann", "wrong", &err));
   EXPECT_EQ(err.domain, "badAuth");
+}
+
+}  // namespace
+}  // namespace rivo
+
+namespace rivo {
+namespace {
+
+// 250 rows are a whole chunk but don't finish their table: the next chunk says so, empty.
+TEST(SyncerChunks, WalkEachTableOnceAcrossCallsAndStampItWhenDone) {
+  test::TempDir dir;
+  auto col = Storage::open(dir.file("c.rivo2"));
+  std::vector<Row> reviews;
+  for (int64_t i = 1; i <= Syncer::kChunkRows; ++i)
+    reviews.push_back({i, int64_t{1}, int64_t{-1}, int64_t{3}, int64_t{1}, int64_t{0},
+                       int64_t{2500}, int64_t{1000}, int64_t{1}});
+  col->db()->executeMany("insert into revlog values (?,?,?,?,?,?,?,?,?)", reviews);
+  auto note = col->newNote();
+  note->set("Front", "x");
+  col->addNote(*note);
+  Syncer syncer(*col);
+  syncer.maxUsn = 7;
+  syncer.prepareToChunk();
+  Json first = syncer.chunk();
+  EXPECT_EQ(first["revlog"].size(), 250u);
+  EXPECT_EQ(first["revlog"][0][2], 7);
+  EXPECT_FALSE(first.contains("cards"));
+  EXPECT_FALSE(SyncMessages::isDone(first));
+  EXPECT_EQ(col->db()->scalarInt("select count() from revlog where usn = -1"), 250);
+  Json second = syncer.chunk();
+  EXPECT_EQ(second["revlog"].size(), 0u);
+  EXPECT_EQ(second["cards"].size(), 1u);
+  EXPECT_EQ(second["notes"][0][7], "");
+  EXPECT_TRUE(SyncMessages::isDone(second));
+  EXPECT_EQ(col->db()->scalarInt("select count() from revlog where usn = 7"), 250);
+  EXPECT_EQ(col->db()->scalarInt("select count() from notes where usn = 7"), 1);
+
+  // Closing the database ends a cursor still open on it.
+  auto cursor = col->db()->executeQuery("select id from revlog");
+  ASSERT_TRUE(cursor && cursor->next());
+  col->close();
+  EXPECT_FALSE(cursor->next());
 }
 
 }  // namespace
