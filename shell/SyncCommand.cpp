@@ -47,8 +47,11 @@ std::string amountText(int64_t bytes) {
 class ProgressLine : public SyncListener {
  public:
   ProgressLine(AppDelegate& app) : _app(app), _tty(::isatty(STDERR_FILENO) == 1) {}
+  // The last amounts may have come within the quarter second; the line ends with them.
   ~ProgressLine() override {
-    if (_shown) std::fputs("\n", stderr);
+    if (!_shown) return;
+    _draw(true);
+    std::fputs("\n", stderr);
   }
 
   void syncNotify(const std::string& desc) override {
