@@ -78,6 +78,7 @@ void syncFolder(const std::string& folder) {
 }  // namespace
 
 struct SyncServer::Incoming {
+  std::string address;  // the client's
   std::map<std::string, std::string> fields;
   bool hasData = false;
   std::string data;        // the payload of a JSON call, inflated
@@ -101,7 +102,10 @@ struct SyncServer::Reply {
   static Reply error(int status, std::string text) { return {status, std::move(text)}; }
 };
 
-SyncServer::SyncServer(Options options) : _options(std::move(options)) {
+SyncServer::SyncServer(Options options)
+    : _options(std::move(options)),
+      _logins(_options.loginFailures, std::chrono::duration_cast<Clock_::duration>(
+                                          std::chrono::duration<double>(_options.loginWindow))) {
   _store = std::make_unique<AccountStore>(_options.dataDir);
   const std::string tmp = _options.dataDir + "/tmp";
   std::error_code ec;
@@ -213,6 +217,7 @@ void SyncServer::_handle(const httplib::Request& req, httplib::Response& res,
                          const httplib::ContentReader& reader, const std::string& method) {
   Reply reply;
   Incoming in;
+  in.address = req.remote_addr;
   if (!kMethods.count(method)) {
     reply = Reply::error(404, "unknown method");
   } else if (_readBody(req, reader, method, in, reply)) {
@@ -385,11 +390,18 @@ SyncServer::Reply SyncServer::_hostKey(const Incoming& in) {
     return Reply::error(400, "bad request: expected u and p");
   const std::string name = args["u"].get<std::string>();
   tRequest.user = name;
+  const std::string throttleKey = in.address + " " + name;
+  if (!_logins.allowed(throttleKey, Clock_::now())) {
+    tRequest.note = "too many failed logins";
+    return Reply::error(503, "too many failed logins; try again later");
+  }
   std::optional<std::string> key = _store->login(name, args["p"].get<std::string>());
   if (!key) {
+    _logins.failed(throttleKey, Clock_::now());
     tRequest.note = "login refused";
     return Reply::error(403, "wrong name or password");
   }
+  _logins.succeeded(throttleKey);
   return Reply::json({{"key", *key}});
 }
 

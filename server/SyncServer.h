@@ -7,7 +7,8 @@
 // longer than the idle time-out, or when the server stops.
 //
 // Threads: bind(), listen() and stop() may be called from any thread; listen() blocks.
-// `_accountsMutex` guards `_accounts`; each AccountState's own mutex guards its fields.
+// `_accountsMutex` guards `_accounts`; each AccountState's own mutex guards its fields;
+// `_logins` guards itself.
 
 #include <chrono>
 #include <condition_variable>
@@ -20,6 +21,7 @@
 #include <thread>
 
 #include "librivo/Json.h"
+#include "server/LoginThrottle.h"
 
 namespace httplib {
 class Server;
@@ -46,6 +48,10 @@ class SyncServer {
     int64_t maxJsonBytes = int64_t{32} << 20;
     // Largest full upload, as sent and as inflated.
     int64_t maxUploadBytes = int64_t{4} << 30;
+    // Failed logins of one account from one address within the window before the server
+    // stops trying that pair's passwords until the window has passed.
+    int loginFailures = 10;
+    double loginWindow = 900;
     // Where the request log goes; null for none.
     std::FILE* log = stdout;
   };
@@ -95,6 +101,7 @@ class SyncServer {
 
   Options _options;
   std::unique_ptr<AccountStore> _store;
+  LoginThrottle _logins;
   std::unique_ptr<httplib::Server> _http;
   std::mutex _accountsMutex;
   std::map<std::string, std::shared_ptr<AccountState>> _accounts;  // guarded by _accountsMutex

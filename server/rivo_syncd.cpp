@@ -92,6 +92,10 @@ int main(int argc, char** argv) {
       ->check(CLI::Range(0.1, 86400.0));
   cli.add_option("--max-upload-mb", maxUploadMb, "largest collection accepted (default 4096)")
       ->check(CLI::Range(1, 1 << 20));
+  cli.add_option("--login-failures", options.loginFailures,
+                 "failed logins of one account from one address before its logins are refused "
+                 "for 15 minutes (default 10)")
+      ->check(CLI::Range(1, 1000));
   cli.require_subcommand(0, 1);
   std::string name;
   CLI::App* adduser =

@@ -7,6 +7,7 @@
 #include "librivo/Compression.h"
 #include "server/AccountStore.h"
 #include "server/GzipInflater.h"
+#include "server/LoginThrottle.h"
 #include "server/MultipartReader.h"
 #include "tests/support/TempDir.h"
 
@@ -117,6 +118,35 @@ TEST(AccountStore, LogsInWithKeysThatLastUntilThePasswordChanges) {
   store.deleteUser("ann@example.org");
   EXPECT_FALSE(std::filesystem::exists(store.userFolder("ann@example.org")));
   EXPECT_FALSE(store.hasUser("ann@example.org"));
+}
+
+}  // namespace
+}  // namespace rivo
+
+namespace rivo {
+namespace {
+
+TEST(LoginThrottle, RefusesAKeyWithinItsWindowOnlyAndStaysBounded) {
+  using namespace std::chrono_literals;
+  LoginThrottle throttle(2, 60s);
+  const auto t0 = LoginThrottle::Clock::time_point{};
+  throttle.failed("a bob", t0);
+  EXPECT_TRUE(throttle.allowed("a bob", t0 + 1s));
+  throttle.failed("a bob", t0 + 30s);
+  EXPECT_FALSE(throttle.allowed("a bob", t0 + 31s));
+  EXPECT_TRUE(throttle.allowed("a ann", t0 + 31s));
+  EXPECT_TRUE(throttle.allowed("b bob", t0 + 31s));
+  // The first failure leaves the window: one try again.
+  EXPECT_TRUE(throttle.allowed("a bob", t0 + 60s));
+  throttle.succeeded("a bob");
+  throttle.failed("a bob", t0 + 61s);
+  EXPECT_TRUE(throttle.allowed("a bob", t0 + 61s));
+  // A flood of names keeps the newest failures, not the table's first.
+  for (size_t i = 0; i <= LoginThrottle::kMaxKeys; ++i)
+    for (int k = 0; k < 2; ++k) throttle.failed("x " + std::to_string(i), t0 + 62s);
+  throttle.failed("late", t0 + 63s);
+  throttle.failed("late", t0 + 63s);
+  EXPECT_FALSE(throttle.allowed("late", t0 + 63s));
 }
 
 }  // namespace

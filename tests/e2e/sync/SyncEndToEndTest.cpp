@@ -38,8 +38,9 @@ const std::string kFullNeeded = "can't be merged together";
 class SyncE2E : public ::testing::Test {
  protected:
   void SetUp() override {
-    server = std::make_unique<test::SyncdProcess>(RIVO_SYNCD_BINARY, dir.file("srv"),
-                                                  std::vector<std::string>{"--idle-timeout", "1"});
+    server = std::make_unique<test::SyncdProcess>(
+        RIVO_SYNCD_BINARY, dir.file("srv"),
+        std::vector<std::string>{"--idle-timeout", "1", "--login-failures", "2"});
     server->addUser("ann", "secret");
     base = server->base();
   }
@@ -342,6 +343,14 @@ TEST_F(SyncE2E, LoginFailuresAndLostKeysSayWhatHappened) {
       {RIVO_BINARY, "--data", data(1), "sync", "--user", "ann", "--full", "upload"},
       {"SYNC_BASE=" + base, "RIVO_PASSWORD="}, "secret\n");
   EXPECT_EQ(r.status, 0) << r.err;
+  // Guessing stops after two failures for a name, even the right password then, while other
+  // accounts log in as before.
+  server->addUser("bob", "secret");
+  for (const char* password : {"guess1", "guess2", "secret"})
+    r = test::runProcess({RIVO_BINARY, "--data", data(1), "sync", "--user", "bob"},
+                         {"SYNC_BASE=" + base, std::string("RIVO_PASSWORD=") + password});
+  EXPECT_EQ(r.err, "rivo: RivoWeb is too busy at the moment. Please try again in a few minutes.\n");
+  EXPECT_EQ(rivo(1, {"sync", "--user", "ann"}).status, 0);
   // A new password ends the old key: the profile must log in again.
   ASSERT_EQ(test::runProcess({RIVO_SYNCD_BINARY, "--data", dir.file("srv"), "passwd", "ann"}, {},
                              "changed\n")
