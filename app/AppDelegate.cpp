@@ -13,12 +13,14 @@
 #include <filesystem>
 #include <thread>
 
+#include "app/ActionsManager.h"
 #include "app/AppError.h"
 #include "app/DecksViewController.h"
 #include "app/NavigationController.h"
 #include "app/Preferences.h"
 #include "app/ProfileManager.h"
 #include "app/SignalWatcher.h"
+#include "app/StudyViewController.h"
 #include "app/Ui.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
@@ -44,6 +46,8 @@ AppDelegate::~AppDelegate() {
   _dispatch->shutdown();
   _nc.reset();
   _dvc.reset();
+  _svc.reset();
+  _acts.reset();
   {
     std::lock_guard lock(_timerMutex);
     if (_saveTimer) _saveTimer->invalidate();
@@ -98,7 +102,7 @@ bool AppDelegate::launch(const std::string& url, const std::string& shortcutItem
 
   _takeDataDir();
   _emptyTmp();
-  // ActionsManager: created here once the study actions exist.
+  _acts = std::make_unique<ActionsManager>(*this);
   _prefs = std::make_unique<Preferences>(_options.dataDir + "/Preferences.json");
   _pm = std::make_unique<ProfileManager>(*_prefs, _options.dataDir, this);
   // Upgrader::upgradeIfNeeded() runs here, before any collection is opened.
@@ -263,6 +267,11 @@ void AppDelegate::log(const std::string& text) {
     _col->log({text});
   else
     sysLog(text);
+}
+
+std::shared_ptr<StudyViewController> AppDelegate::studyViewController() {
+  if (!_svc) _svc = std::make_shared<StudyViewController>(*this);
+  return _svc;
 }
 
 // Background work.

@@ -17,12 +17,14 @@
 
 namespace rivo {
 
+class ActionsManager;
 class Col;
 class DecksViewController;
 class NavigationController;
 class Preferences;
 class ProfileManager;
 class SignalWatcher;
+class StudyViewController;
 class Ui;
 
 class AppDelegate {
@@ -91,6 +93,11 @@ class AppDelegate {
   // from a job's start to its main block), and other threads never reach them.
   NavigationController* nc() const { return _nc.get(); }
   DecksViewController* dvc() const { return _dvc.get(); }
+  // The review screen while one exists (made by the first study), and the study actions.
+  // Main loop only, as the screens.
+  StudyViewController* svc() const { return _svc.get(); }
+  std::shared_ptr<StudyViewController> studyViewController();
+  ActionsManager& acts() { return *_acts; }
   // The bar and button colours of the "theme7" setting.
   void applyStyleSheet();
 
@@ -165,6 +172,8 @@ class AppDelegate {
   // Main loop only; made at launch, dropped before the collection.
   std::unique_ptr<NavigationController> _nc;
   std::shared_ptr<DecksViewController> _dvc;
+  std::shared_ptr<StudyViewController> _svc;
+  std::unique_ptr<ActionsManager> _acts;
 
   std::unique_ptr<SignalWatcher> _signals;
   int _lockFd = -1;

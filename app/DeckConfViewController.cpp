@@ -4,6 +4,7 @@
 #include <climits>
 
 #include "app/AppDelegate.h"
+#include "app/StudyViewController.h"
 #include "librivo/Col.h"
 #include "librivo/DeckManager.h"
 
@@ -48,7 +49,10 @@ void DeckConfViewController::viewWillDisappear() {
   (*conf)["rev"]["perDay"] = intValue(_revPerDay);
   dm.save(deck);
   dm.save(conf);
-  col->reset();
+  if (StudyViewController* svc = _app.svc())
+    svc->reset();
+  else
+    col->reset();
 }
 
 Screen DeckConfViewController::describe() {

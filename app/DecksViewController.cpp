@@ -4,12 +4,12 @@
 #include <filesystem>
 
 #include "app/AppDelegate.h"
-#include "app/DeckConfViewController.h"
 #include "app/HelpViewController.h"
 #include "app/NavigationController.h"
 #include "app/Preferences.h"
 #include "app/ProfileManager.h"
 #include "app/ProfilesViewController.h"
+#include "app/StudyViewController.h"
 #include "app/Ui.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
@@ -290,8 +290,9 @@ void DecksViewController::selectDeck(const std::string& fullname) {
 }
 
 void DecksViewController::_loadStudy() {
-  // Until the study screen exists, a deck opens on its daily limits.
-  navigationController()->push(std::make_shared<DeckConfViewController>(_app));
+  std::shared_ptr<StudyViewController> svc = _app.studyViewController();
+  svc->reset();
+  navigationController()->push(svc);
 }
 
 bool DecksViewController::toggleSectionShownForDeck(const std::string& fullname) {

@@ -1,5 +1,7 @@
 #include "app/NavigationController.h"
 
+#include <algorithm>
+
 #include "app/Ui.h"
 
 namespace rivo {
@@ -38,6 +40,18 @@ void NavigationController::popToRoot() {
   gone.back()->viewWillDisappear();
   for (auto& vc : gone) vc->_nc = nullptr;
   _stack.resize(1);
+  _stack.back()->viewWillAppear();
+  _show();
+}
+
+void NavigationController::popTo(ViewController* vc) {
+  auto it =
+      std::find_if(_stack.begin(), _stack.end(), [vc](const auto& p) { return p.get() == vc; });
+  if (it == _stack.end() || it + 1 == _stack.end()) return;
+  std::vector<std::shared_ptr<ViewController>> gone(it + 1, _stack.end());
+  gone.back()->viewWillDisappear();
+  for (auto& v : gone) v->_nc = nullptr;
+  _stack.erase(it + 1, _stack.end());
   _stack.back()->viewWillAppear();
   _show();
 }

@@ -22,6 +22,8 @@ class NavigationController {
   void push(std::shared_ptr<ViewController> vc);
   void pop();
   void popToRoot();
+  // Pops the screens above `vc`; nothing when it isn't on the stack.
+  void popTo(ViewController* vc);
 
   ViewController* top() const { return _stack.empty() ? nullptr : _stack.back().get(); }
   ViewController* root() const { return _stack.empty() ? nullptr : _stack.front().get(); }

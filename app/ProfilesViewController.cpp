@@ -4,6 +4,7 @@
 #include "app/AppError.h"
 #include "app/NavigationController.h"
 #include "app/ProfileManager.h"
+#include "app/StudyViewController.h"
 #include "app/Ui.h"
 
 namespace rivo {
@@ -121,7 +122,11 @@ void ProfilesViewController::switchTo(const std::string& name) {
   AppDelegate& app = _app;
   app.doWork(
       "Loading profile: " + name, [&app, name] { app.pm().loadProfileWithName(name); },
-      [&app] { app.applyStyleSheet(); });
+      [&app] {
+        app.applyStyleSheet();
+        // The review screen's card belonged to the collection just closed.
+        if (StudyViewController* svc = app.svc()) svc->reset();
+      });
   // The deck list reloads on appearing, in a job behind this one.
   navigationController()->popToRoot();
 }

@@ -27,6 +27,8 @@ Json buttons(const std::vector<Screen::Button>& list) {
     if (!b.icon.empty()) j["icon"] = b.icon;
     if (!b.enabled) j["enabled"] = false;
     if (!b.accept.empty()) j["accept"] = b.accept;
+    if (!b.tone.empty()) j["tone"] = b.tone;
+    if (!b.detail.empty()) j["detail"] = b.detail;
     out.push_back(std::move(j));
   }
   return out;
@@ -51,7 +53,38 @@ Json row(const Screen::Row& r) {
     j["field"] = r.field;
     if (!r.keyboard.empty()) j["keyboard"] = r.keyboard;
   }
+  if (r.hasSlider)
+    j["slider"] = {{"min", r.min},     {"max", r.max},           {"step", r.step},
+                   {"value", r.value}, {"decimals", r.decimals}, {"unit", r.unit}};
   return j;
+}
+
+Json counts(const std::vector<Screen::Count>& list) {
+  Json out = Json::array();
+  for (const auto& c : list) {
+    Json j{{"text", c.text}, {"tone", c.tone}};
+    if (!c.colour.empty()) j["colour"] = c.colour;
+    if (c.underline) j["underline"] = true;
+    out.push_back(std::move(j));
+  }
+  return out;
+}
+
+// What a screen adds around its web view; nothing for a plain page.
+void webExtras(const Screen& s, Json& j) {
+  if (!s.status.empty()) j["status"] = counts(s.status);
+  if (!s.actions.empty()) j["actions"] = buttons(s.actions);
+  if (s.bigActions) j["bigActions"] = true;
+  if (!s.badge.empty()) j["badge"] = s.badge;
+  if (s.flashSeq) j["flash"] = {{"icon", s.flash}, {"seq", s.flashSeq}};
+  if (s.field.shown)
+    j["field"] = {{"text", s.field.text},         {"placeholder", s.field.placeholder},
+                  {"font", s.field.font},         {"size", s.field.size},
+                  {"focusSeq", s.field.focusSeq}, {"blurSeq", s.field.blurSeq}};
+  if (s.pad.shown)
+    j["pad"] = {{"clearSeq", s.pad.clearSeq},
+                {"forceFactor", s.pad.forceFactor},
+                {"extraWidth", s.pad.extraWidth}};
 }
 
 }  // namespace
@@ -64,8 +97,16 @@ Json Screen::toJson() const {
   if (titleIsButton) j["titleIsButton"] = true;
   if (refreshable) j["refreshable"] = true;
   if (!emptyText.empty()) j["emptyText"] = emptyText;
+  if (navBarHidden) j["navBarHidden"] = true;
+  if (!segments.empty()) j["segments"] = buttons(segments);
+  if (!keys.empty()) {
+    Json list = Json::array();
+    for (const auto& k : keys) list.push_back({{"key", k.key}, {"id", k.id}, {"title", k.title}});
+    j["keys"] = std::move(list);
+  }
   if (!webView.empty()) {
     j["webView"] = webView;
+    webExtras(*this, j);
     return j;
   }
   Json list = Json::array();

@@ -4,6 +4,7 @@
 // page draws it; events name the screen, the element and the row or button by their ids.
 // Plain values, no behaviour beyond turning into JSON.
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -16,18 +17,55 @@ struct Screen {
     std::string id;
     std::string title;
     // A symbol the page may draw instead of the title ("help", "refresh", "add", "more").
-    std::string icon;
+    std::string icon = "";
     bool enabled = true;
     // Not empty: a file chooser for these extensions (".rpkg"). The chosen file arrives stored
     // on this machine, as the event "upload" on the button with the value {"name": its name,
     // "path": where it lies}; the screen removes it when done with it.
     std::string accept = {};
+    // For the buttons under a web view: their colour ("red", "green", "tint") and a second,
+    // smaller line.
+    std::string tone = "";
+    std::string detail = "";
   };
 
   // A number beside a row's text; `tone` says which kind ("review", "new") for its colour.
+  // In the status line above a web view, `colour` ("#RRGGBB") gives it exactly.
   struct Count {
     std::string text;
     std::string tone;
+    std::string colour = "";
+    bool underline = false;
+  };
+
+  // A keyboard shortcut: the key as the browser names it (" ", "Enter", "1", "r") sends "key"
+  // with the id; `title` says what it does.
+  struct Key {
+    std::string key;
+    std::string id;
+    std::string title;
+  };
+
+  // A text field under the web view. Edits send "field" events: "begin", "end" and "return",
+  // the last two with the text. A new `focusSeq` gives it the input, a new `blurSeq` takes
+  // it away.
+  struct Field {
+    bool shown = false;
+    std::string text;
+    std::string placeholder;
+    std::string font;
+    int size = 0;
+    uint64_t focusSeq = 0;
+    uint64_t blurSeq = 0;
+  };
+
+  // A drawing area under the web view, emptied at each new `clearSeq`. A stroke's width is
+  // `extraWidth` plus its pressure times `forceFactor`.
+  struct Pad {
+    bool shown = false;
+    uint64_t clearSeq = 0;
+    double forceFactor = 2;
+    double extraWidth = 2;
   };
 
   enum class Accessory { none, push, expanded, collapsed, check };
@@ -50,6 +88,12 @@ struct Screen {
     bool hasField = false;
     std::string field;
     std::string keyboard;
+    // A slider beside the text; moving it sends "change" with the number. The page shows
+    // the value with `decimals` fraction digits and `unit` behind, as `detail` does.
+    bool hasSlider = false;
+    double min = 0, max = 1, step = 0.1, value = 0;
+    int decimals = 1;
+    std::string unit;
   };
 
   struct Section {
@@ -68,6 +112,23 @@ struct Screen {
   std::string emptyText;
   // Pull to refresh (a refresh button on a desktop) sends "refresh".
   bool refreshable = false;
+
+  std::vector<Key> keys;
+  bool navBarHidden = false;
+  // A segmented control in place of the title; a segment sends "segment" with its id.
+  std::vector<Button> segments;
+
+  // Around the web view: a status line of numbers above it, a row of large buttons below it
+  // (sending "button"), an icon in its corner ("star"), an icon that flashes over it once for
+  // each new `flashSeq`, a text field and a drawing area.
+  std::vector<Count> status;
+  std::vector<Button> actions;
+  bool bigActions = false;
+  std::string badge;
+  std::string flash;
+  uint64_t flashSeq = 0;
+  Field field;
+  Pad pad;
 
   Json toJson() const;
 };

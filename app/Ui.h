@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "app/AudioPlayer.h"
 #include "librivo/Json.h"
 
 namespace rivo {
@@ -61,6 +62,18 @@ class Ui {
 
   // The colours of bars and buttons, as "#RRGGBB".
   virtual void setTint(const std::string& tint) { (void)tint; }
+
+  // The base URL under which web views reach the files of `folder` (a profile's media),
+  // read-only, ending in "/".
+  virtual std::string baseUrlForFolder(const std::string& folder) {
+    return "file://" + folder + "/";
+  }
+  // The URL of the program's resources (pages, scripts, icons), ending in "/".
+  virtual std::string resourceBaseUrl() { return ""; }
+  // A player for a screen's sounds; null where nothing can play.
+  virtual std::unique_ptr<AudioPlayer> makeAudioPlayer() { return nullptr; }
+  // A link the user followed out of the program: shown by the user's browser.
+  virtual void openURL(const std::string& url) { (void)url; }
 };
 
 }  // namespace rivo

@@ -3,8 +3,15 @@
 #include <algorithm>
 #include <chrono>
 
+#include <openssl/rand.h>
+
+#include <cstdio>
+
 #include "app/AppDelegate.h"
+#include "app/AppError.h"
 #include "app/NavigationController.h"
+#include "app/Resources.h"
+#include "shell/BrowserAudioPlayer.h"
 #include "shell/BrowserWebView.h"
 
 namespace rivo {
@@ -23,15 +30,33 @@ bool isId(const Json& e, const char* key) {
   return it != e.end() && it->is_number_unsigned() && it->get<uint64_t>() > 0;
 }
 
+bool isNumber(const Json& e, const char* key) {
+  return !e.contains(key) || e[key].is_number();
+}
+
+bool wellFormedGesture(const Json& g) {
+  return g.is_object() && isShortString(g, "kind", 16) &&
+         (!g.contains("direction") || isShortString(g, "direction", 16)) && isNumber(g, "x") &&
+         isNumber(g, "width") && isNumber(g, "velocity");
+}
+
 // The shape of a tab's report; what it refers to is checked on the main loop.
 const char* const kUploading = "Uploading...";
 
 bool wellFormed(const Json& e) {
   if (!e.is_object()) return false;
-  int targets = e.contains("screen") + e.contains("alert") + e.contains("web");
+  int targets =
+      e.contains("screen") + e.contains("alert") + e.contains("web") + e.contains("audio");
   if (targets != 1) return false;
+  if (e.contains("audio")) {
+    static const std::vector<std::string> kinds = {"ended", "error", "decode"};
+    return isShortString(e, "audio", 32) && isShortString(e, "kind", 16) &&
+           std::find(kinds.begin(), kinds.end(), e["kind"]) != kinds.end() && e.contains("seq") &&
+           e["seq"].is_number_unsigned() && (!e.contains("message") || isShortString(e, "message"));
+  }
   if (e.contains("screen")) {
-    static const std::vector<std::string> elements = {"row", "button", "title", "refresh", "back"};
+    static const std::vector<std::string> elements = {"row",  "button", "title",   "refresh",
+                                                      "back", "key",    "segment", "field"};
     if (!isId(e, "screen") || !isShortString(e, "element", 16)) return false;
     if (std::find(elements.begin(), elements.end(), e["element"]) == elements.end()) return false;
     if (e.contains("id") && !isShortString(e, "id")) return false;
@@ -53,6 +78,8 @@ bool wellFormed(const Json& e) {
   if (kind == "loaded") return true;
   if (kind == "navigate") return isShortString(e, "url");
   if (kind == "result") return isId(e, "call") && e.contains("result") && e["result"].is_string();
+  if (kind == "gesture") return e.contains("gesture") && wellFormedGesture(e["gesture"]);
+  if (kind == "failed") return isShortString(e, "reason", 32);
   return false;
 }
 
@@ -89,8 +116,24 @@ void BrowserBridge::Client::_close() {
 
 // The bridge.
 
+BrowserBridge::BrowserBridge(Options options) : _options(std::move(options)) {
+  if (_options.token.empty()) _options.token = randomToken();
+}
+
 BrowserBridge::~BrowserBridge() {
   close();
+}
+
+std::string BrowserBridge::randomToken() {
+  unsigned char bytes[24];
+  if (RAND_bytes(bytes, sizeof bytes) != 1) throw AppError("No random bytes for a secret.");
+  std::string out;
+  char hex[3];
+  for (unsigned char b : bytes) {
+    std::snprintf(hex, sizeof hex, "%02x", b);
+    out += hex;
+  }
+  return out;
 }
 
 void BrowserBridge::attach(AppDelegate& app) {
@@ -119,7 +162,7 @@ void BrowserBridge::_broadcast(const std::string& name, const Json& data) {
 Json BrowserBridge::snapshot() const {
   std::lock_guard lock(_m);
   Json web = Json::object();
-  for (const auto& [id, page] : _webPages) web[id] = page;
+  for (const auto& [id, page] : _webPages) web[id] = {{"id", id}, {"src", page["src"]}};
   return Json{{"screen", _screen},
               {"alerts", _alerts},
               {"popup", _popup},
@@ -245,6 +288,7 @@ BrowserBridge::Result BrowserBridge::handleUpload(uint64_t screen, const std::st
 
 BrowserBridge::Result BrowserBridge::_onMain(const Json& event) {
   if (event.contains("web")) return _webEvent(event);
+  if (event.contains("audio")) return _audioEvent(event);
   {
     // Input is frozen while a spinner or popup is up, as on the phone, and an open alert
     // keeps the screen below from being touched.
@@ -296,12 +340,38 @@ BrowserBridge::Result BrowserBridge::_webEvent(const Json& event) {
   if (!delegate) return Result::ok;
   if (event["kind"] == "loaded") {
     delegate->didFinishLoad(view);
+  } else if (event["kind"] == "gesture") {
+    const Json& g = event["gesture"];
+    delegate->didGesture(
+        view, {g["kind"].get<std::string>(), g.value("direction", std::string()), g.value("x", 0.0),
+               g.value("width", 0.0), g.value("velocity", 0.0)});
+  } else if (event["kind"] == "failed") {
+    delegate->didFail(view, event["reason"].get<std::string>());
   } else {
     bool link = event.value("navigation", std::string()) == "link";
     delegate->shouldStartLoad(
         view, event["url"].get<std::string>(),
         link ? WebView::NavigationType::linkClicked : WebView::NavigationType::other);
   }
+  return Result::ok;
+}
+
+BrowserBridge::Result BrowserBridge::_audioEvent(const Json& event) {
+  auto it = _audioPlayers.find(event["audio"].get<std::string>());
+  // A sound that was stopped or replaced since; or a second tab telling the same end.
+  if (it == _audioPlayers.end() || it->second->seq() != event["seq"].get<uint64_t>())
+    return Result::stale;
+  BrowserAudioPlayer& player = *it->second;
+  AudioPlayer::Delegate* delegate = player.delegate();
+  if (!delegate) return Result::ok;
+  const std::string& kind = event["kind"].get_ref<const std::string&>();
+  std::string message = event.value("message", std::string());
+  if (kind == "ended")
+    delegate->audioPlayerDidFinishPlaying(player, true);
+  else if (kind == "decode")
+    delegate->audioPlayerDecodeErrorDidOccur(player, message);
+  else
+    delegate->audioPlayerDidFail(player, message);
   return Result::ok;
 }
 
@@ -404,12 +474,68 @@ std::unique_ptr<WebView> BrowserBridge::makeWebView() {
   return view;
 }
 
+std::string BrowserBridge::baseUrlForFolder(const std::string& folder) {
+  std::lock_guard lock(_m);
+  _mediaFolder = folder;
+  return "/m/" + _options.token + "/";
+}
+
+std::string BrowserBridge::resourceBaseUrl() {
+  return "/r/" + _options.token + "/";
+}
+
+std::string BrowserBridge::mediaFolder() const {
+  std::lock_guard lock(_m);
+  return _mediaFolder;
+}
+
+void BrowserBridge::openURL(const std::string& url) {
+  // Only what a browser opens as a page or a mail; never a script.
+  static const std::vector<std::string> schemes = {"http://", "https://", "mailto:"};
+  if (std::none_of(schemes.begin(), schemes.end(),
+                   [&url](const std::string& s) { return url.rfind(s, 0) == 0; }))
+    return;
+  std::lock_guard lock(_m);
+  _broadcast("openUrl", {{"url", url}});
+}
+
 void BrowserBridge::_loadWebPage(BrowserWebView& view, const std::string& html,
                                  const std::string& baseUrl) {
-  Json page{{"id", view.id()}, {"html", html}, {"base", baseUrl}};
   std::lock_guard lock(_m);
-  _webPages[view.id()] = page;
-  _broadcast("web", page);
+  // A new address for each load, so that a tab never shows a cached older page.
+  std::string src =
+      "/m/" + _options.token + "/?page=" + view.id() + "&v=" + std::to_string(++_pageVersion);
+  _webPages[view.id()] = {{"html", html}, {"base", baseUrl}, {"src", src}};
+  _broadcast("web", {{"id", view.id()}, {"src", src}});
+}
+
+std::optional<std::string> BrowserBridge::pageDocument(const std::string& id) const {
+  std::lock_guard lock(_m);
+  auto it = _webPages.find(id);
+  if (it == _webPages.end()) return std::nullopt;
+  const std::string& html = it->second["html"].get_ref<const std::string&>();
+  const std::string& base = it->second["base"].get_ref<const std::string&>();
+  // The frame's own script (answers script calls, reports loads, links and keys) runs
+  // before anything of the page. Relative links already resolve in the media folder; any
+  // other base is set as the page asked.
+  auto boot = Resources::get("web/frame.js");
+  std::string head = "<script>" + (boot ? std::string(*boot) : std::string()) + "</script>";
+  if (!base.empty() && base != "/m/" + _options.token + "/") {
+    std::string quoted;
+    for (char c : base) quoted += c == '"' ? std::string("&quot;") : std::string(1, c);
+    head = "<base href=\"" + quoted + "\">" + head;
+  }
+  size_t at = 0;
+  for (size_t i = 0; i + 5 <= html.size(); ++i) {
+    if (html[i] == '<' &&
+        (html.compare(i + 1, 4, "head") == 0 || html.compare(i + 1, 4, "HEAD") == 0) &&
+        (html[i + 5] == '>' || html[i + 5] == ' ')) {
+      size_t end = html.find('>', i);
+      if (end != std::string::npos) at = end + 1;
+      break;
+    }
+  }
+  return html.substr(0, at) + head + html.substr(at);
 }
 
 std::string BrowserBridge::_evaluate(BrowserWebView& view, const std::string& script) {
@@ -423,6 +549,28 @@ std::string BrowserBridge::_evaluate(BrowserWebView& view, const std::string& sc
                    [&] { return pending->done || _closed; });
   _evals.erase(call);
   return pending->done ? pending->result : "";
+}
+
+void BrowserBridge::_run(BrowserWebView& view, const std::string& script) {
+  std::lock_guard lock(_m);
+  _broadcast("eval", {{"web", view.id()}, {"call", 0}, {"script", script}});
+}
+
+std::unique_ptr<AudioPlayer> BrowserBridge::makeAudioPlayer() {
+  auto player =
+      std::make_unique<BrowserAudioPlayer>(*this, "a" + std::to_string(_nextAudioPlayer++));
+  _audioPlayers[player->id()] = player.get();
+  return player;
+}
+
+void BrowserBridge::_audio(BrowserAudioPlayer& player, Json command) {
+  command["id"] = player.id();
+  std::lock_guard lock(_m);
+  _broadcast("audio", command);
+}
+
+void BrowserBridge::_forgetAudio(BrowserAudioPlayer& player) {
+  _audioPlayers.erase(player.id());
 }
 
 void BrowserBridge::_forgetWebView(BrowserWebView& view) {

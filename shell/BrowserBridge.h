@@ -4,10 +4,15 @@
 // stream; what a tab reports comes back through handleEvent() and is acted on on the main
 // loop. Several tabs show the same state, and an alert answered in one is gone in all.
 //
-// Threads: the Ui calls and web-view calls come on the main loop. connect(), disconnect(),
-// Client::next(), handleEvent(), the upload calls and evalResult() come on the HTTP server's
-// threads. `_m` guards the shown state, the clients and the pending script calls; the alerts'
-// callbacks and the web views by id belong to the main loop alone.
+// Web views are sandboxed frames whose documents the server serves under this run's token,
+// in the folder of the profile's media, so that a card's relative links find its media; the
+// frames can't send the page's cookie, so the token is what admits them (read-only).
+//
+// Threads: the Ui calls, web-view calls and audio calls come on the main loop. connect(),
+// disconnect(), Client::next(), handleEvent(), the upload calls, evalResult(), pageDocument()
+// and mediaFolder() come on the HTTP server's threads. `_m` guards the shown state, the
+// clients, the pending script calls, the web pages and the media folder; the alerts'
+// callbacks, the web views and the audio players by id belong to the main loop alone.
 
 #include <condition_variable>
 #include <cstdint>
@@ -16,6 +21,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +31,7 @@
 namespace rivo {
 
 class AppDelegate;
+class BrowserAudioPlayer;
 class BrowserWebView;
 
 class BrowserBridge : public Ui {
@@ -57,10 +64,12 @@ class BrowserBridge : public Ui {
     double idleSeconds = 20;
     // How long a script in a web view may take to answer.
     double evalTimeout = 2;
+    // The path token of media and frame documents; given for tests, random otherwise.
+    std::string token = "";
   };
 
   BrowserBridge() : BrowserBridge(Options()) {}
-  explicit BrowserBridge(Options options) : _options(options) {}
+  explicit BrowserBridge(Options options);
   ~BrowserBridge() override;
 
   // Before launch: the application whose main loop takes the events.
@@ -103,14 +112,32 @@ class BrowserBridge : public Ui {
   void showScreen(const Json& screen) override;
   std::unique_ptr<WebView> makeWebView() override;
   void setTint(const std::string& tint) override;
+  std::string baseUrlForFolder(const std::string& folder) override;
+  std::string resourceBaseUrl() override;
+  std::unique_ptr<AudioPlayer> makeAudioPlayer() override;
+  void openURL(const std::string& url) override;
+
+  // For the server: the token of the read-only paths "/m/TOKEN/" (media, and frame documents
+  // as "?page=ID") and "/r/TOKEN/" (resources); the media folder they serve; a frame's
+  // document as it is served.
+  const std::string& token() const { return _options.token; }
+  std::string mediaFolder() const;
+  std::optional<std::string> pageDocument(const std::string& id) const;
 
   // For BrowserWebView, on the main loop.
   void _loadWebPage(BrowserWebView& view, const std::string& html, const std::string& baseUrl);
   std::string _evaluate(BrowserWebView& view, const std::string& script);
+  void _run(BrowserWebView& view, const std::string& script);
   void _forgetWebView(BrowserWebView& view);
+  // For BrowserAudioPlayer, on the main loop.
+  void _audio(BrowserAudioPlayer& player, Json command);
+  void _forgetAudio(BrowserAudioPlayer& player);
 
   // The state as a new tab gets it, for tests.
   Json snapshot() const;
+
+  // 48 random hexadecimal digits.
+  static std::string randomToken();
 
  private:
   using AlertCallback = std::function<void(int, std::vector<std::string>)>;
@@ -123,6 +150,7 @@ class BrowserBridge : public Ui {
   Result _onMain(const Json& event);
   Result _answerAlert(const Json& event);
   Result _webEvent(const Json& event);
+  Result _audioEvent(const Json& event);
   // Sends to every tab; `_m` held.
   void _broadcast(const std::string& name, const Json& data);
   static std::string _message(const std::string& name, const Json& data);
@@ -138,6 +166,8 @@ class BrowserBridge : public Ui {
   Json _popup;
   std::string _tint;
   std::map<std::string, Json> _webPages;
+  uint64_t _pageVersion = 0;
+  std::string _mediaFolder;
   std::vector<std::shared_ptr<Client>> _clients;
   std::map<uint64_t, std::shared_ptr<PendingEval>> _evals;
   uint64_t _nextEval = 1;
@@ -148,6 +178,8 @@ class BrowserBridge : public Ui {
   uint64_t _nextAlert = 1;
   std::map<std::string, BrowserWebView*> _webViews;
   uint64_t _nextWebView = 1;
+  std::map<std::string, BrowserAudioPlayer*> _audioPlayers;
+  uint64_t _nextAudioPlayer = 1;
   std::shared_ptr<Timer> _idleTimer;
   bool _inBackground = false;
 };

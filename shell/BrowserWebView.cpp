@@ -16,4 +16,8 @@ std::string BrowserWebView::evaluateJavaScript(const std::string& script) {
   return _bridge._evaluate(*this, script);
 }
 
+void BrowserWebView::runJavaScript(const std::string& script) {
+  _bridge._run(*this, script);
+}
+
 }  // namespace rivo

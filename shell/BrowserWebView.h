@@ -17,6 +17,7 @@ class BrowserWebView : public WebView {
 
   void loadHTMLString(const std::string& html, const std::string& baseUrl) override;
   std::string evaluateJavaScript(const std::string& script) override;
+  void runJavaScript(const std::string& script) override;
   std::string id() const override { return _id; }
 
  private:

@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <httplib.h>
 #include <openssl/crypto.h>
-#include <openssl/rand.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,6 +14,9 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
 
 #include "app/AppError.h"
 #include "app/Resources.h"
@@ -31,18 +33,6 @@ namespace {
 const size_t kThreads = 24;
 const size_t kMaxBody = 256 * 1024;
 const int kMaxDepth = 8;
-
-std::string randomSecret() {
-  unsigned char bytes[24];
-  if (RAND_bytes(bytes, sizeof bytes) != 1) throw AppError("No random bytes for the secret.");
-  std::string out;
-  char hex[3];
-  for (unsigned char b : bytes) {
-    std::snprintf(hex, sizeof hex, "%02x", b);
-    out += hex;
-  }
-  return out;
-}
 
 bool sameSecret(const std::string& a, const std::string& b) {
   return a.size() == b.size() && CRYPTO_memcmp(a.data(), b.data(), a.size()) == 0;
@@ -71,6 +61,43 @@ bool isIpLiteral(const std::string& host) {
          inet_pton(AF_INET6, host.substr(1, host.size() - 2).c_str(), buffer) == 1;
 }
 
+// The content type of a file by its extension; what a card may refer to.
+const char* contentType(const std::string& name) {
+  static const std::map<std::string, const char*> types = {{"jpg", "image/jpeg"},
+                                                           {"jpeg", "image/jpeg"},
+                                                           {"png", "image/png"},
+                                                           {"gif", "image/gif"},
+                                                           {"svg", "image/svg+xml"},
+                                                           {"webp", "image/webp"},
+                                                           {"bmp", "image/bmp"},
+                                                           {"ico", "image/x-icon"},
+                                                           {"mp3", "audio/mpeg"},
+                                                           {"m4a", "audio/mp4"},
+                                                           {"aac", "audio/aac"},
+                                                           {"wav", "audio/wav"},
+                                                           {"ogg", "audio/ogg"},
+                                                           {"oga", "audio/ogg"},
+                                                           {"opus", "audio/ogg"},
+                                                           {"flac", "audio/flac"},
+                                                           {"mp4", "video/mp4"},
+                                                           {"webm", "video/webm"},
+                                                           {"css", "text/css"},
+                                                           {"js", "text/javascript"},
+                                                           {"json", "application/json"},
+                                                           {"html", "text/html; charset=utf-8"},
+                                                           {"txt", "text/plain; charset=utf-8"},
+                                                           {"ttf", "font/ttf"},
+                                                           {"otf", "font/otf"},
+                                                           {"woff", "font/woff"},
+                                                           {"woff2", "font/woff2"}};
+  size_t dot = name.rfind('.');
+  if (dot == std::string::npos) return "application/octet-stream";
+  std::string ext = name.substr(dot + 1);
+  for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  auto it = types.find(ext);
+  return it == types.end() ? "application/octet-stream" : it->second;
+}
+
 void answer(httplib::Response& res, int status, const Json& body) {
   res.status = status;
   res.set_content(body.dump(), "application/json");
@@ -96,7 +123,7 @@ uint64_t declaredLength(const httplib::Request& req) {
 
 WebServer::WebServer(BrowserBridge& bridge, Options options)
     : _bridge(bridge), _options(std::move(options)) {
-  _secret = _options.secret.empty() ? randomSecret() : _options.secret;
+  _secret = _options.secret.empty() ? BrowserBridge::randomToken() : _options.secret;
 }
 
 WebServer::~WebServer() {
@@ -166,6 +193,66 @@ bool WebServer::_allowed(const httplib::Request& req) const {
   return sameSecret(cookieValue(req.get_header_value("Cookie"), cookieName()), _secret);
 }
 
+bool WebServer::_tokenPath(const httplib::Request& req) const {
+  const std::string& token = _bridge.token();
+  if (req.method != "GET" && req.method != "HEAD") return false;
+  if (req.path.size() < token.size() + 4 || req.path[0] != '/' || req.path[2] != '/' ||
+      (req.path[1] != 'm' && req.path[1] != 'r'))
+    return false;
+  return req.path[3 + token.size()] == '/' && sameSecret(req.path.substr(3, token.size()), token) &&
+         _hostAllowed(req.get_header_value("Host"));
+}
+
+void WebServer::_servePage(const std::string& id, httplib::Response& res) const {
+  std::optional<std::string> doc = _bridge.pageDocument(id);
+  if (!doc) {
+    res.status = 404;
+    return;
+  }
+  // Framed by the program's page alone, and sandboxed even when opened on its own.
+  res.headers.erase("X-Frame-Options");
+  res.set_header("X-Frame-Options", "SAMEORIGIN");
+  res.set_header("Content-Security-Policy", "sandbox allow-scripts; frame-ancestors 'self'");
+  res.set_content(*doc, "text/html; charset=utf-8");
+}
+
+void WebServer::_serveMedia(const std::string& name, httplib::Response& res) const {
+  std::string folder = _bridge.mediaFolder();
+  if (folder.empty() || !MediaManager::isPlainName(name)) {
+    res.status = 404;
+    return;
+  }
+  // Names from other systems may be decomposed on disk, or composed.
+  std::string path = folder + "/" + name;
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) path = folder + "/" + MediaManager::nfc(name);
+  if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) {
+    res.status = 404;
+    return;
+  }
+  auto file = std::make_shared<std::ifstream>(path, std::ios::binary);
+  if (!*file) {
+    res.status = 404;
+    return;
+  }
+  res.set_header("Cache-Control", "private, max-age=3600");
+  res.set_header("Content-Security-Policy", "sandbox");
+  res.set_content_provider(
+      static_cast<size_t>(st.st_size), contentType(name),
+      [file](size_t offset, size_t length, httplib::DataSink& sink) {
+        char buffer[64 * 1024];
+        file->clear();
+        file->seekg(static_cast<std::streamoff>(offset));
+        while (length > 0) {
+          file->read(buffer, static_cast<std::streamsize>(std::min(length, sizeof buffer)));
+          std::streamsize got = file->gcount();
+          if (got <= 0 || !sink.write(buffer, static_cast<size_t>(got))) return false;
+          length -= static_cast<size_t>(got);
+        }
+        return true;
+      });
+}
+
 void WebServer::_serveResource(const std::string& name, const char* type,
                                httplib::Response& res) const {
   auto body = Resources::get(name);
@@ -192,6 +279,7 @@ void WebServer::_routes() {
       res.set_redirect("/", 303);
       return httplib::Server::HandlerResponse::Handled;
     }
+    if (_tokenPath(req)) return httplib::Server::HandlerResponse::Unhandled;
     if (_allowed(req)) {
       if (req.path == "/upload" || declaredLength(req) <= kMaxBody)
         return httplib::Server::HandlerResponse::Unhandled;
@@ -210,6 +298,23 @@ void WebServer::_routes() {
   });
   s.Get("/rivo.css", [this](const httplib::Request&, httplib::Response& res) {
     _serveResource("web/rivo.css", "text/css; charset=utf-8", res);
+  });
+  // Read by the sandboxed frames, which have no cookie: the token in the path admits them.
+  s.Get(R"(/m/([0-9a-f]+)/(.*))", [this](const httplib::Request& req, httplib::Response& res) {
+    if (req.matches[2].str().empty())
+      _servePage(req.get_param_value("page"), res);
+    else
+      _serveMedia(req.matches[2].str(), res);
+  });
+  s.Get(R"(/r/([0-9a-f]+)/(.+))", [](const httplib::Request& req, httplib::Response& res) {
+    std::string name = req.matches[2].str();
+    auto body = name.find("..") == std::string::npos ? Resources::get(name) : std::nullopt;
+    if (!body) {
+      res.status = 404;
+      return;
+    }
+    res.set_header("Cache-Control", "private, max-age=3600");
+    res.set_content(std::string(*body), contentType(name));
   });
   s.Get("/events", [this](const httplib::Request&, httplib::Response& res) {
     std::shared_ptr<BrowserBridge::Client> client = _bridge.connect();

@@ -4,6 +4,8 @@
 // with the secret in the URL sets), a Host that names the address listened on (no DNS
 // rebinding) and, when it has an Origin, our own; anything else gets 403 and changes nothing.
 // Bodies are small JSON events, but for uploads, which are streamed to disk.
+// The one exception is read-only: the frames' documents, the profile's media and the
+// resources, under this run's token (BrowserBridge::token()) and from an allowed Host.
 //
 // Threads: start() and stop() from one thread; requests are served on the server's pool,
 // which calls only the BrowserBridge.
@@ -65,6 +67,10 @@ class WebServer {
                const httplib::ContentReader& read);
   // A refusal the user hears of, as an alert on every tab, and the same text in the answer.
   void _refuseUpload(httplib::Response& res, int status, const std::string& text);
+  // "/m/TOKEN/..." and "/r/TOKEN/..." with this run's token, read from an allowed Host.
+  bool _tokenPath(const httplib::Request& req) const;
+  void _servePage(const std::string& id, httplib::Response& res) const;
+  void _serveMedia(const std::string& name, httplib::Response& res) const;
 
   BrowserBridge& _bridge;
   Options _options;

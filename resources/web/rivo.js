@@ -24,19 +24,33 @@ async function post(event) {
   }
 }
 
+// Events that must arrive in the order they happened (a typed answer's end before the tap
+// that follows it) go one after the other. Answers to script calls don't wait behind them:
+// the program may be waiting for one while it handles the event in front.
+let lastInOrder = Promise.resolve();
+function postInOrder(event) {
+  const sent = lastInOrder.then(() => post(event));
+  lastInOrder = sent.catch(() => 0);
+  return sent;
+}
+
 // A screen event; dropped while the previous one is unanswered or input is frozen.
 async function sendScreen(element, id, kind, value) {
   if (!state.screen || busyScreenEvent || frozen()) return;
   busyScreenEvent = true;
+  try {
+    await postInOrder(screenEvent(element, id, kind, value));
+  } finally {
+    busyScreenEvent = false;
+  }
+}
+
+function screenEvent(element, id, kind, value) {
   const event = { screen: state.screen.id, element };
   if (id !== undefined) event.id = id;
   if (kind !== undefined) event.kind = kind;
   if (value !== undefined) event.value = value;
-  try {
-    await post(event);
-  } finally {
-    busyScreenEvent = false;
-  }
+  return event;
 }
 
 function frozen() {
@@ -70,13 +84,18 @@ function connect() {
   on('tint', setTint);
   on('web', (page) => {
     state.web[page.id] = page;
-    const frame = document.querySelector(`iframe[data-web="${CSS.escape(page.id)}"]`);
+    const frame = frameOf(page.id);
     if (frame) loadFrame(frame, page);
   });
   on('webGone', (g) => { delete state.web[g.id]; });
   on('eval', (call) => {
-    const frame = document.querySelector(`iframe[data-web="${CSS.escape(call.web)}"]`);
+    const frame = frameOf(call.web);
     if (frame && frame.contentWindow) frame.contentWindow.postMessage({ rivo: 'eval', call: call.call, script: call.script }, '*');
+  });
+  on('audio', playAudio);
+  on('openUrl', (o) => {
+    // A link the user followed in a card: the tab they used opens it.
+    if (document.hasFocus()) window.open(o.url, '_blank', 'noopener,noreferrer');
   });
 }
 
@@ -94,6 +113,12 @@ const ICONS = {
   refresh: '<path d="M19.5 12a7.5 7.5 0 1 1-2.2-5.3M19.5 4.5v4.3h-4.3" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round" stroke-linejoin="round"/>',
   add: '<path d="M12 5v14M5 12h14" fill="none" stroke="currentColor" stroke-width="2.2" stroke-linecap="round"/>',
   import: '<path d="M12 4v10M8 10.5l4 4 4-4" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round" stroke-linejoin="round"/><path d="M4.5 14.5v3a2 2 0 0 0 2 2h11a2 2 0 0 0 2-2v-3" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round"/>',
+  tools: '<path d="M4 7h10M18 7h2M4 17h4M12 17h8" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round"/><circle cx="16" cy="7" r="2.2" fill="none" stroke="currentColor" stroke-width="2"/><circle cx="10" cy="17" r="2.2" fill="none" stroke="currentColor" stroke-width="2"/>',
+  star: '<path d="M12 3.2l2.6 5.5 6 .8-4.4 4.1 1.1 5.9L12 16.6l-5.3 2.9 1.1-5.9L3.4 9.5l6-.8z" fill="currentColor"/>',
+  cross: '<circle cx="12" cy="12" r="11" fill="#d63b30"/><path d="M8 8l8 8M16 8l-8 8" stroke="#fff" stroke-width="2.6" stroke-linecap="round"/>',
+  tick: '<circle cx="12" cy="12" r="11" fill="currentColor"/><path d="M7 12.5l3.3 3.3L17.2 8.6" fill="none" stroke="#fff" stroke-width="2.6" stroke-linecap="round" stroke-linejoin="round"/>',
+  undo: '<path d="M9 7L4.5 11.5 9 16M5 11.5h9a5 5 0 0 1 0 10h-2" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round" stroke-linejoin="round"/>',
+  keyboard: '<rect x="2.5" y="6" width="19" height="12" rx="2" fill="none" stroke="currentColor" stroke-width="1.8"/><path d="M6 10h1M9.5 10h1M13 10h1M16.5 10h1M7 14h10" stroke="currentColor" stroke-width="1.8" stroke-linecap="round"/>',
   trash: '<path d="M5 7h14M10 7V5h4v2M7 7l1 12h8l1-12" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linecap="round" stroke-linejoin="round"/>',
 };
 function icon(name) {
@@ -167,7 +192,8 @@ function setScreen(screen) {
   const focusId = sameScreen && focused ? focused.dataset.id : null;
   const scroll = sameScreen ? window.scrollY : 0;
 
-  document.title = screen.title ? `${screen.title} \u2013 Rivo` : 'Rivo';
+  const name = screen.title || (screen.webView ? 'Study' : '');
+  document.title = name ? `${name} \u2013 Rivo` : 'Rivo';
   const left = $('nav-left');
   left.replaceChildren();
   if (screen.back) {
@@ -179,9 +205,20 @@ function setScreen(screen) {
   for (const b of screen.left || []) left.append(barButton(b, () => sendScreen('button', b.id)));
   const right = $('nav-right');
   right.replaceChildren(...(screen.right || []).map((b) => barButton(b, () => sendScreen('button', b.id))));
+  $('navbar').hidden = !!screen.navBarHidden;
   const title = $('title');
   title.replaceChildren();
-  if (screen.titleIsButton) {
+  if (screen.segments && screen.segments.length) {
+    const bar = el('div', 'segments');
+    bar.setAttribute('role', 'group');
+    for (const seg of screen.segments) {
+      const b = el('button', 'segment', seg.title);
+      b.type = 'button';
+      b.addEventListener('click', () => sendScreen('segment', seg.id));
+      bar.append(b);
+    }
+    title.append(bar);
+  } else if (screen.titleIsButton) {
     const t = el('button', '', screen.title);
     t.type = 'button';
     t.id = 'title-button';
@@ -190,14 +227,16 @@ function setScreen(screen) {
   } else {
     title.textContent = screen.title || '';
   }
-  $('toolbar').replaceChildren(...(screen.toolbar || []).flatMap(toolbarButton));
+  renderToolbar(screen);
 
   const content = $('content');
+  document.body.classList.toggle('web-mode', !!screen.webView);
   if (screen.webView) {
-    renderWeb(content, screen.webView);
+    renderWeb(content, screen, sameScreen);
   } else {
     content.replaceChildren(...renderTable(screen));
   }
+  if (!sameScreen) $('keys-help').hidden = true;
   window.scrollTo(0, scroll);
   if (focusId !== null) {
     const row = [...content.querySelectorAll('.row')].find((r) => r.dataset.id === focusId);
@@ -250,7 +289,7 @@ function renderRow(row, tree) {
   }
   const text = el('span', 'row-text');
   text.append(el('span', 'row-title', row.text));
-  if (row.detail) text.append(el('span', 'row-detail', row.detail));
+  if (row.detail && !row.slider) text.append(el('span', 'row-detail', row.detail));
   li.append(text);
   if (row.counts) {
     const counts = el('span', 'counts');
@@ -270,6 +309,7 @@ function renderRow(row, tree) {
     input.addEventListener('keydown', (e) => { if (e.key === 'Enter') input.blur(); e.stopPropagation(); });
     li.append(input);
   }
+  if (row.slider) li.append(renderSlider(row));
   if (row.accessory === 'push') li.append(accessory('chevron'));
   if (row.accessory === 'check') li.append(accessory('check', 'check'));
   if (row.canDelete) {
@@ -299,6 +339,23 @@ function renderRow(row, tree) {
   }
   addTouch(li, row);
   return li;
+}
+
+function renderSlider(row) {
+  const sl = row.slider;
+  const wrap = el('span', 'row-slider');
+  const input = el('input');
+  input.type = 'range';
+  input.min = sl.min; input.max = sl.max; input.step = sl.step; input.value = sl.value;
+  input.setAttribute('aria-label', row.text);
+  const label = el('span', 'slider-value');
+  const show = () => { label.textContent = Number(input.value).toFixed(sl.decimals) + (sl.unit || ''); };
+  show();
+  input.addEventListener('input', show);
+  input.addEventListener('change', () => post(screenEvent('row', row.id, 'change', Number(input.value))));
+  input.addEventListener('keydown', (e) => e.stopPropagation());
+  wrap.append(input, label);
+  return wrap;
 }
 
 function accessory(name, extra) {
@@ -343,10 +400,43 @@ function addTouch(li, row) {
 
 function rows() { return [...$('content').querySelectorAll('.row')]; }
 
+// A screen's own shortcut for `key`, if it has one; sent when found.
+function screenKey(key) {
+  const keys = (state.screen && state.screen.keys) || [];
+  const k = keys.find((k) => k.key === key || (key.length === 1 && k.key === key.toLowerCase()));
+  if (!k) return false;
+  sendScreen('key', k.id);
+  return true;
+}
+
+// Keys pressed in a card frame come here, as if pressed on the page.
+function frameKey(key) {
+  if (frozen() || state.alerts.length) return;
+  if (screenKey(key)) return;
+  if (key === '?') toggleKeysHelp();
+  else if (key === 'Escape' && state.screen && state.screen.back) sendScreen('back');
+}
+
+function toggleKeysHelp() {
+  const box = $('keys-help');
+  const keys = ((state.screen && state.screen.keys) || []).filter((k) => k.title);
+  if (!keys.length) { box.hidden = true; return; }
+  const names = { ' ': 'Space', Enter: 'Return' };
+  const list = el('dl');
+  for (const k of keys) list.append(el('dt', '', names[k.key] || k.key.toUpperCase()), el('dd', '', k.title));
+  list.append(el('dt', '', 'Esc'), el('dd', '', 'Back'));
+  box.replaceChildren(el('h2', '', 'Keyboard'), list);
+  box.hidden = !box.hidden;
+}
+
 document.addEventListener('keydown', (e) => {
   if (frozen()) { e.preventDefault(); e.stopPropagation(); return; }
   if (state.alerts.length) return;  // the open alert has the keyboard
   if (e.target.closest && e.target.closest('input, textarea')) return;
+  if (!e.ctrlKey && !e.metaKey && !e.altKey) {
+    if (screenKey(e.key)) { e.preventDefault(); return; }
+    if (e.key === '?') { toggleKeysHelp(); e.preventDefault(); return; }
+  }
   const row = document.activeElement && document.activeElement.closest('.row');
   const list = rows();
   const at = row ? list.indexOf(row) : -1;
@@ -557,55 +647,371 @@ function setPopup(popup) {
 
 // --- Web views ---
 
-// Runs inside each sandboxed frame: answers script calls and reports loads and links. The
-// frame has no access to this page or its cookie; it can only post messages.
-function frameBoot() {
-  window.addEventListener('message', (e) => {
-    if (!e.data || e.data.rivo !== 'eval') return;
-    let result = '';
-    try { const v = (0, eval)(e.data.script); result = v === undefined || v === null ? '' : String(v); } catch (err) { result = ''; }
-    parent.postMessage({ rivo: 'result', call: e.data.call, result }, '*');
-  });
-  document.addEventListener('click', (e) => {
-    const a = e.target.closest && e.target.closest('a[href]');
-    if (!a) return;
-    const href = a.getAttribute('href');
-    if (href.startsWith('#')) return;
-    e.preventDefault();
-    parent.postMessage({ rivo: 'navigate', url: href, navigation: 'link' }, '*');
-  });
-  window.addEventListener('load', () => parent.postMessage({ rivo: 'loaded' }, '*'));
+// A web view is a sandboxed frame whose document the program serves (`page.src`, in the
+// folder of the profile's media). Its first script (frame.js) talks to this page by messages
+// only; this page forwards what the program's contract lists and nothing else. A frame that
+// leaves its page or stops answering is put back, and the program told.
+
+const frameOf = (id) => document.querySelector(`iframe[data-web="${CSS.escape(id)}"]`);
+
+function makeFrame(id, title) {
+  const frame = el('iframe', 'web-view');
+  frame.dataset.web = id;
+  frame.setAttribute('sandbox', 'allow-scripts');
+  frame.setAttribute('allow', 'autoplay; fullscreen');
+  frame.title = title || 'Page';
+  frame.addEventListener('load', () => frameLoaded(frame));
+  if (state.web[id]) loadFrame(frame, state.web[id]);
+  return frame;
 }
 
 function loadFrame(frame, page) {
-  const base = page.base ? `<base href="${page.base.replace(/"/g, '&quot;')}">` : '';
-  const boot = `${base}<script>(${frameBoot.toString()})()<\/script>`;
-  // After <head> when there is one, so that a page's doctype stays first.
-  const head = page.html.search(/<head[^>]*>/i);
-  if (head < 0) { frame.srcdoc = boot + page.html; return; }
-  const end = page.html.indexOf('>', head) + 1;
-  frame.srcdoc = page.html.slice(0, end) + boot + page.html.slice(end);
+  frame.dataset.expect = '1';
+  frame.dataset.page = page.src;
+  delete frame.dataset.ready;
+  watch.delete(frame);
+  frame.src = page.src;
 }
 
-function renderWeb(content, id) {
-  let frame = content.querySelector(`iframe[data-web="${CSS.escape(id)}"]`);
-  if (frame) return;
-  frame = el('iframe', 'web-view');
-  frame.dataset.web = id;
-  frame.setAttribute('sandbox', 'allow-scripts');
-  frame.title = (state.screen && state.screen.title) || 'Page';
-  content.replaceChildren(frame);
-  if (state.web[id]) loadFrame(frame, state.web[id]);
+function frameLoaded(frame) {
+  if (!frame.dataset.page) return;
+  const expected = Number(frame.dataset.expect || 0);
+  if (expected > 0) { frame.dataset.expect = String(expected - 1); return; }
+  restoreFrame(frame, 'navigated');
 }
+
+function restoreFrame(frame, reason) {
+  const id = frame.dataset.web;
+  const page = state.web[id];
+  if (!page) return;
+  postInOrder({ web: id, kind: 'failed', reason });
+  if (reason === 'unresponsive') {
+    // A busy frame can't be reloaded in place: a new one takes its place.
+    const fresh = makeFrame(id, frame.title);
+    frame.replaceWith(fresh);
+  } else {
+    loadFrame(frame, page);
+  }
+}
+
+// Every second each frame is asked to answer; one silent for 2.5 seconds is stuck.
+const watch = new Map();
+setInterval(() => {
+  if (document.hidden) return;
+  const now = performance.now();
+  for (const frame of document.querySelectorAll('iframe[data-web]')) {
+    if (!frame.dataset.ready || !frame.contentWindow) continue;
+    const w = watch.get(frame) || { seq: 0, since: 0 };
+    if (w.since && now - w.since > 2500) {
+      watch.delete(frame);
+      restoreFrame(frame, 'unresponsive');
+      continue;
+    }
+    if (!w.since) {
+      w.since = now;
+      w.seq += 1;
+      watch.set(frame, w);
+      frame.contentWindow.postMessage({ rivo: 'ping', seq: w.seq }, '*');
+    }
+  }
+}, 1000);
 
 window.addEventListener('message', (e) => {
   const frame = [...document.querySelectorAll('iframe[data-web]')].find((f) => f.contentWindow === e.source);
   if (!frame || !e.data || typeof e.data !== 'object') return;
   const web = frame.dataset.web;
   const m = e.data;
-  if (m.rivo === 'result' && Number.isInteger(m.call)) post({ web, kind: 'result', call: m.call, result: String(m.result) });
-  else if (m.rivo === 'loaded') post({ web, kind: 'loaded' });
-  else if (m.rivo === 'navigate' && typeof m.url === 'string') post({ web, kind: 'navigate', url: m.url, navigation: m.navigation === 'link' ? 'link' : 'other' });
+  const short = (v, n = 16) => typeof v === 'string' && v.length <= n;
+  switch (m.rivo) {
+    case 'result':
+      if (Number.isInteger(m.call) && m.call > 0) post({ web, kind: 'result', call: m.call, result: String(m.result) });
+      break;
+    case 'loaded':
+      frame.dataset.ready = '1';
+      watch.delete(frame);
+      postInOrder({ web, kind: 'loaded' });
+      break;
+    case 'pong': {
+      const w = watch.get(frame);
+      if (w && w.seq === m.seq) w.since = 0;
+      break;
+    }
+    case 'navigate':
+      if (short(m.url, 8192)) postInOrder({ web, kind: 'navigate', url: m.url, navigation: m.navigation === 'link' ? 'link' : 'other' });
+      break;
+    case 'gesture': {
+      const g = m.gesture || {};
+      const num = (v) => (Number.isFinite(v) ? v : 0);
+      if (short(g.kind) && (g.direction === undefined || short(g.direction)))
+        postInOrder({ web, kind: 'gesture', gesture: { kind: g.kind, direction: g.direction || '', x: num(g.x), width: num(g.width), velocity: num(g.velocity) } });
+      break;
+    }
+    case 'key':
+      if (short(m.key)) frameKey(m.key);
+      break;
+  }
 });
+
+// The screen around a web view: counts above it, a corner badge, the answer icon that
+// flashes, a text field and a drawing area below it. The frame itself is never moved, as
+// moving a frame reloads it.
+function renderWeb(content, screen, sameScreen) {
+  const id = screen.webView;
+  let wrap = content.querySelector(':scope > .web-screen');
+  if (!wrap || wrap.dataset.web !== id) {
+    wrap = el('div', 'web-screen');
+    wrap.dataset.web = id;
+    const stage = el('div', 'stage');
+    stage.append(makeFrame(id, screen.title), el('div', 'badge'), el('div', 'flash'));
+    wrap.append(el('div', 'status'), stage, el('div', 'type-row'), el('div', 'pad-host'));
+    content.replaceChildren(wrap);
+  }
+  renderStatus(wrap.querySelector('.status'), screen.status);
+  const badge = wrap.querySelector('.badge');
+  badge.hidden = !screen.badge;
+  if (screen.badge && !badge.firstChild) badge.append(icon('star'));
+  renderFlash(wrap.querySelector('.flash'), screen, sameScreen);
+  renderField(wrap.querySelector('.type-row'), screen, id);
+  renderPad(wrap.querySelector('.pad-host'), screen);
+}
+
+function renderStatus(node, status) {
+  node.hidden = !status;
+  if (!status) return;
+  const parts = [];
+  status.forEach((c, i) => {
+    if (i) parts.push(document.createTextNode(' + '));
+    const n = el('span', 'count-' + c.tone + (c.underline ? ' current' : ''), c.text);
+    if (c.colour) n.style.color = c.colour;
+    parts.push(n);
+  });
+  node.replaceChildren(...parts);
+}
+
+let lastFlash = { screen: null, seq: 0 };
+function renderFlash(node, screen, sameScreen) {
+  const f = screen.flash;
+  const fresh = f && sameScreen && lastFlash.screen === screen.id && f.seq > lastFlash.seq;
+  lastFlash = { screen: screen.id, seq: f ? f.seq : 0 };
+  if (!fresh) return;
+  node.className = 'flash ' + f.icon;
+  node.replaceChildren(icon(f.icon === 'cross' ? 'cross' : 'tick'));
+  node.getAnimations().forEach((a) => a.cancel());
+  node.animate([{ opacity: 1 }, { opacity: 0 }], { duration: 500, easing: 'ease-in', fill: 'forwards' });
+}
+
+let fieldSeen = { focus: 0, blur: 0 };
+function renderField(row, screen, web) {
+  const f = screen.field;
+  row.hidden = !f;
+  if (!f) { row.replaceChildren(); return; }
+  let input = row.querySelector('input');
+  if (!input) {
+    input = el('input');
+    input.type = 'text';
+    input.autocomplete = 'off';
+    input.spellcheck = false;
+    input.setAttribute('autocapitalize', 'off');
+    input.setAttribute('aria-label', 'Type the answer');
+    const tell = (on) => { const frame = frameOf(web); if (frame && frame.contentWindow) frame.contentWindow.postMessage({ rivo: 'inputFocus', on }, '*'); };
+    input.addEventListener('focus', () => { tell(true); postInOrder(screenEvent('field', 'type', 'begin')); });
+    input.addEventListener('blur', () => { tell(false); postInOrder(screenEvent('field', 'type', 'end', input.value)); });
+    input.addEventListener('keydown', (e) => {
+      if (e.key !== 'Enter') return;
+      e.preventDefault();
+      postInOrder(screenEvent('field', 'type', 'return', input.value));
+    });
+    row.append(input);
+    fieldSeen = { focus: 0, blur: 0 };
+  }
+  input.placeholder = f.placeholder || '';
+  input.style.fontFamily = f.font ? `'${f.font}', sans-serif` : '';
+  if (document.activeElement !== input && input.value !== f.text) input.value = f.text;
+  if (f.blurSeq > fieldSeen.blur) { fieldSeen.blur = f.blurSeq; input.blur(); }
+  if (f.focusSeq > fieldSeen.focus) { fieldSeen.focus = f.focusSeq; input.value = f.text; input.focus(); }
+}
+
+// --- Scratchpad ---
+
+// Strokes drawn over a faint grid, kept for one card. A stroke is drawn segment by segment,
+// each its own path, so that pressure can widen the line as it goes.
+class Scratchpad {
+  constructor(canvas) {
+    this.canvas = canvas;
+    this.strokes = [];
+    this.current = [];
+    this.forceFactor = 2;
+    this.extraWidth = 2;
+  }
+  clear() { this.strokes = []; this.current = []; this.draw(); }
+  undo() { this.strokes.pop(); this.draw(); }
+  began(p) { this.current = [p]; this.draw(); }
+  moved(points) { if (this.current.length) { this.current.push(...points); this.draw(); } }
+  ended(p) {
+    if (!this.current.length) return;
+    this.current.push(p);
+    this.strokes.push(this.current);
+    this.current = [];
+    this.draw();
+  }
+  size() {
+    const r = this.canvas.getBoundingClientRect();
+    return { width: r.width, height: r.height };
+  }
+  draw() {
+    const { width, height } = this.size();
+    const ratio = window.devicePixelRatio || 1;
+    if (this.canvas.width !== Math.round(width * ratio)) this.canvas.width = Math.round(width * ratio);
+    if (this.canvas.height !== Math.round(height * ratio)) this.canvas.height = Math.round(height * ratio);
+    const ctx = this.canvas.getContext('2d');
+    ctx.setTransform(ratio, 0, 0, ratio, 0, 0);
+    ctx.fillStyle = '#fff';
+    ctx.fillRect(0, 0, width, height);
+    this.drawGrid(ctx, width, height);
+    for (const s of this.strokes) this.stroke(ctx, s);
+    this.stroke(ctx, this.current);
+  }
+  drawGrid(ctx, width, height) {
+    if (height < 8) return;
+    const cell = Math.floor(height / 8);
+    const count = Math.floor(width / cell);
+    const r = width - count * cell;
+    ctx.beginPath();
+    for (let i = 1; i <= 7; i++) { ctx.moveTo(0, i * cell); ctx.lineTo(width, i * cell); }
+    for (let i = 1; i < count; i++) { ctx.moveTo(i * cell + r, 0); ctx.lineTo(i * cell + r, height); }
+    ctx.lineWidth = 0.2;
+    ctx.strokeStyle = '#b4b4b4';
+    ctx.stroke();
+  }
+  stroke(ctx, points) {
+    if (points.length < 3) return;
+    let f = points[0].force;
+    ctx.strokeStyle = '#000';
+    ctx.lineCap = 'round';
+    // The last point is not used.
+    for (let i = 0; i + 1 <= points.length - 2; i++) {
+      const a = points[i], b = points[i + 1];
+      ctx.beginPath();
+      ctx.moveTo(a.x, a.y);
+      if (b.force > 0) {
+        f = (f + b.force) / 2;
+        ctx.lineWidth = this.extraWidth + f * this.forceFactor;
+      } else {
+        ctx.lineWidth = this.extraWidth;
+      }
+      ctx.lineTo(b.x, b.y);
+      ctx.stroke();
+    }
+  }
+}
+
+let padClearSeq = -1;
+function renderPad(host, screen) {
+  const p = screen.pad;
+  host.hidden = !p;
+  if (!p) return;
+  let canvas = host.querySelector('canvas');
+  if (!canvas) {
+    canvas = el('canvas', 'pad');
+    canvas.setAttribute('aria-label', 'Scratchpad');
+    const pad = new Scratchpad(canvas);
+    host.pad = pad;
+    let drawing = false;
+    const at = (e, force) => {
+      const r = canvas.getBoundingClientRect();
+      return { x: e.clientX - r.left, y: e.clientY - r.top, force };
+    };
+    canvas.addEventListener('pointerdown', (e) => {
+      drawing = true;
+      canvas.setPointerCapture(e.pointerId);
+      pad.began(at(e, 0));
+    });
+    canvas.addEventListener('pointermove', (e) => {
+      if (!drawing) return;
+      // Pressure only where the device gives it; fast strokes keep all their samples.
+      const force = e.pointerType === 'pen' ? e.pressure : 0;
+      const events = e.getCoalescedEvents ? e.getCoalescedEvents() : [e];
+      pad.moved((events.length ? events : [e]).map((c) => at(c, force)));
+    });
+    const end = (e) => { if (drawing) { drawing = false; pad.ended(at(e, 0)); } };
+    canvas.addEventListener('pointerup', end);
+    canvas.addEventListener('pointercancel', end);
+    const tools = el('div', 'pad-tools');
+    const undo = barButton({ id: 'pad-undo', title: 'Undo Stroke', icon: 'undo' }, () => pad.undo());
+    const clear = barButton({ id: 'pad-clear', title: 'Clear', icon: 'trash' }, () => pad.clear());
+    tools.append(undo, clear);
+    host.replaceChildren(canvas, tools);
+    new ResizeObserver(() => pad.draw()).observe(canvas);
+  }
+  host.pad.forceFactor = p.forceFactor;
+  host.pad.extraWidth = p.extraWidth;
+  if (p.clearSeq !== padClearSeq) { padClearSeq = p.clearSeq; host.pad.clear(); }
+}
+
+// --- Toolbar and answer buttons ---
+
+function renderToolbar(screen) {
+  const bar = $('toolbar');
+  bar.classList.toggle('answer-bar', !!screen.actions);
+  bar.classList.toggle('big', !!screen.bigActions);
+  if (!screen.actions) {
+    bar.replaceChildren(...(screen.toolbar || []).flatMap(toolbarButton));
+    return;
+  }
+  bar.replaceChildren(...screen.actions.map((b) => {
+    const button = el('button', 'answer ' + (b.tone || 'tint'));
+    button.type = 'button';
+    button.dataset.button = b.id;
+    button.append(el('span', 'answer-title', b.title));
+    if (b.detail) button.append(el('span', 'answer-detail', b.detail));
+    button.addEventListener('click', () => sendScreen('button', b.id));
+    return button;
+  }));
+}
+
+// --- Sound ---
+
+// One audio element plays what the program asks; each command carries the sequence number
+// the program checks the reports against.
+let audio = null;
+let playing = null;
+function playAudio(c) {
+  if (!audio) {
+    audio = el('audio');
+    audio.id = 'audio-player';
+    audio.preload = 'auto';
+    document.body.append(audio);
+    const report = (kind, message) => {
+      if (!playing) return;
+      const p = playing;
+      if (kind !== 'decode' && kind !== 'error' && kind !== 'ended') return;
+      postInOrder({ audio: p.id, kind, seq: p.seq, message: message || '' });
+      if (kind !== 'ended') playing = null;
+    };
+    audio.addEventListener('ended', () => report('ended'));
+    audio.addEventListener('error', () => {
+      const err = audio.error;
+      if (!err || !playing) return;
+      report(err.code === 3 ? 'decode' : 'error', err.message || `media error ${err.code}`);
+    });
+    audio.report = report;
+  }
+  if (c.action === 'stop') {
+    if (playing && playing.id === c.id) {
+      playing = null;
+      audio.pause();
+      audio.removeAttribute('src');
+      audio.load();
+    }
+    return;
+  }
+  if (c.action !== 'play' || document.visibilityState !== 'visible') return;
+  playing = { id: c.id, seq: c.seq };
+  audio.src = c.src;
+  audio.play().catch((err) => {
+    // Blocked before the user has touched the page: the queue goes on, silently.
+    if (err && err.name === 'NotAllowedError' && playing && playing.seq === c.seq) audio.report('ended');
+  });
+}
 
 connect();
