@@ -33,8 +33,9 @@ const icu::RegexPattern& soundPattern() {
   return *pattern;
 }
 
+// Within one tag: ".+?" alone would run from an earlier sound tag on to the ".mp4]".
 const icu::RegexPattern& videoPattern() {
-  static const auto pattern = icutext::compile(icutext::utf16(R"(\[sound:(.+?\.mp4)\])"));
+  static const auto pattern = icutext::compile(icutext::utf16(R"(\[sound:([^\]]+?\.mp4)\])"));
   return *pattern;
 }
 

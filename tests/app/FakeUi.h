@@ -6,20 +6,43 @@
 #include <string>
 #include <vector>
 
+#include "app/AudioPlayer.h"
 #include "app/Ui.h"
 #include "app/WebView.h"
 
 namespace rivo::test {
 
+class FakeAudioPlayer : public AudioPlayer {
+ public:
+  explicit FakeAudioPlayer(std::vector<std::string>& played) : _played(played) {}
+  void play(const std::string& url, bool explicitlyTriggered) override {
+    _played.push_back(url + (explicitlyTriggered ? " (asked)" : ""));
+  }
+  void stop() override { _played.push_back("stop"); }
+  // The sound playing now ends.
+  void finish() { delegate()->audioPlayerDidFinishPlaying(*this, true); }
+
+ private:
+  std::vector<std::string>& _played;
+};
+
 class FakeWebView : public WebView {
  public:
-  void loadHTMLString(const std::string& html, const std::string&) override { loaded = html; }
+  void loadHTMLString(const std::string& html, const std::string& base) override {
+    loaded = html;
+    baseUrl = base;
+  }
+  // The page's answer to the load: what the frame does once it has booted.
+  void finishLoad() { delegate()->didFinishLoad(*this); }
+  bool navigate(const std::string& url, NavigationType type = NavigationType::linkClicked) {
+    return delegate()->shouldStartLoad(*this, url, type);
+  }
   std::string evaluateJavaScript(const std::string& script) override {
     scripts.push_back(script);
     return "";
   }
   std::string id() const override { return "w1"; }
-  std::string loaded;
+  std::string loaded, baseUrl;
   std::vector<std::string> scripts;
 };
 
@@ -61,7 +84,19 @@ class FakeUi : public Ui {
     screen = s;
     ++screensShown;
   }
-  std::unique_ptr<WebView> makeWebView() override { return std::make_unique<FakeWebView>(); }
+  std::unique_ptr<WebView> makeWebView() override {
+    auto view = std::make_unique<FakeWebView>();
+    webView = view.get();
+    return view;
+  }
+  std::string baseUrlForFolder(const std::string&) override { return "/m/t/"; }
+  std::string resourceBaseUrl() override { return "/r/t/"; }
+  std::unique_ptr<AudioPlayer> makeAudioPlayer() override {
+    auto player = std::make_unique<FakeAudioPlayer>(played);
+    audioPlayer = player.get();
+    return player;
+  }
+  void openURL(const std::string& url) override { events.push_back("open:" + url); }
 
   // Answers the last text question with the OK button and this text.
   void type(const std::string& text) {
@@ -76,6 +111,9 @@ class FakeUi : public Ui {
   std::vector<std::function<void(int)>> sheetAnswers;
   bool shown = false;
   Json screen;
+  FakeWebView* webView = nullptr;  // the last made
+  FakeAudioPlayer* audioPlayer = nullptr;
+  std::vector<std::string> played;
   int screensShown = 0;
 };
 

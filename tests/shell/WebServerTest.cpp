@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <thread>
 
@@ -81,7 +82,7 @@ class WebServerTest : public ::testing::Test {
 
   test::SavedEnv tmpdir{"TMPDIR"};
   test::TempDir dir;
-  BrowserBridge bridge{{.maxClients = 8, .idleSeconds = 0.2, .evalTimeout = 1}};
+  BrowserBridge bridge{{.maxClients = 8, .idleSeconds = 0.2, .evalTimeout = 1, .token = "ab12"}};
   std::unique_ptr<AppDelegate> app;
   std::unique_ptr<WebServer> server;
   std::string host, cookie;
@@ -244,7 +245,8 @@ TEST_F(WebServerTest, ATabGetsTheWholeStateFirstAndTheLastTabGoneSavesAsInTheBac
 TEST_F(WebServerTest, AWebViewRunsScriptsInTheTabAndWaitsBriefly) {
   std::unique_ptr<WebView> view = bridge.makeWebView();
   view->loadHTMLString("<p>page</p>", "");
-  EXPECT_EQ(bridge.snapshot()["web"][view->id()]["html"], "<p>page</p>");
+  EXPECT_EQ(bridge.pageDocument(view->id())->find("<p>page</p>"),
+            bridge.pageDocument(view->id())->size() - 11);
   // No tab: nothing to wait for.
   EXPECT_EQ(view->evaluateJavaScript("1 + 1"), "");
 
@@ -272,6 +274,50 @@ TEST_F(WebServerTest, AWebViewRunsScriptsInTheTabAndWaitsBriefly) {
   EXPECT_EQ(view->evaluateJavaScript("while (true) {}"), "");
   EXPECT_GE(std::chrono::steady_clock::now() - start, 900ms);
   bridge.disconnect(client);
+}
+
+// The frames have no cookie: their documents, the media and the resources are read with the
+// run's token, from our Host only, and nothing else opens to them.
+TEST_F(WebServerTest, FramesReadTheirPagesAndMediaByTokenAndNothingElse) {
+  std::string media = dir.file("media");
+  std::filesystem::create_directories(media);
+  { std::ofstream(media + "/clip one.mp3") << "ID3 sound bytes"; }
+  { std::ofstream(dir.file("secret.txt")) << "not media"; }
+  std::string base = bridge.baseUrlForFolder(media);
+  EXPECT_EQ(base, "/m/ab12/");
+  std::unique_ptr<WebView> view = bridge.makeWebView();
+  view->loadHTMLString("<html><head><title>t</title></head><body>card</body></html>", base);
+  std::string src = bridge.snapshot()["web"][view->id()]["src"];
+  EXPECT_EQ(src.rfind(base + "?page=" + view->id(), 0), 0u);
+
+  httplib::Headers frame{{"Host", host}, {"Origin", "null"}};
+  auto page = get(src, frame);
+  ASSERT_TRUE(page);
+  EXPECT_EQ(page->status, 200);
+  EXPECT_EQ(page->get_header_value("Content-Security-Policy"),
+            "sandbox allow-scripts; frame-ancestors 'self'");
+  // The frame's own script comes right after <head>, before anything of the page.
+  EXPECT_EQ(page->body.find("<html><head><script>"), 0u);
+  EXPECT_NE(page->body.find("<body>card</body>"), std::string::npos);
+
+  auto sound = get("/m/ab12/clip%20one.mp3", frame);
+  ASSERT_TRUE(sound);
+  EXPECT_EQ(sound->status, 200);
+  EXPECT_EQ(sound->body, "ID3 sound bytes");
+  EXPECT_EQ(sound->get_header_value("Content-Type"), "audio/mpeg");
+  auto part = get("/m/ab12/clip%20one.mp3", {{"Host", host}, {"Range", "bytes=4-8"}});
+  EXPECT_EQ(part->status, 206);
+  EXPECT_EQ(part->body, "sound");
+  EXPECT_EQ(get("/r/ab12/reviewer/reviewer.js", frame)->status, 200);
+
+  for (const std::string& path : {"/m/ab12/..%2Fsecret.txt", "/m/ab12/missing.mp3",
+                                  "/m/ab12/?page=w999", "/r/ab12/..%2F..%2Fetc%2Fpasswd"})
+    EXPECT_EQ(get(path, frame)->status, 404) << path;
+  for (const std::string& path : {"/m/ab13/clip%20one.mp3", "/m/ab1/clip%20one.mp3",
+                                  "/r/ab13/reviewer/reviewer.js", "/", "/events"})
+    EXPECT_EQ(get(path, frame)->status, 403) << path;
+  EXPECT_EQ(get("/m/ab12/clip%20one.mp3", {{"Host", "evil.example:1"}})->status, 403);
+  EXPECT_EQ(post(Json{{"screen", screenId()}, {"element", "title"}}.dump(), frame), 403);
 }
 
 }  // namespace
