@@ -310,11 +310,11 @@ TEST_F(WebServerTest, FramesReadTheirPagesAndMediaByTokenAndNothingElse) {
   EXPECT_EQ(part->body, "sound");
   EXPECT_EQ(get("/r/ab12/reviewer/reviewer.js", frame)->status, 200);
 
-  for (const std::string& path : {"/m/ab12/..%2Fsecret.txt", "/m/ab12/missing.mp3",
-                                  "/m/ab12/?page=w999", "/r/ab12/..%2F..%2Fetc%2Fpasswd"})
+  for (const char* path : {"/m/ab12/..%2Fsecret.txt", "/m/ab12/missing.mp3", "/m/ab12/?page=w999",
+                           "/r/ab12/..%2F..%2Fetc%2Fpasswd"})
     EXPECT_EQ(get(path, frame)->status, 404) << path;
-  for (const std::string& path : {"/m/ab13/clip%20one.mp3", "/m/ab1/clip%20one.mp3",
-                                  "/r/ab13/reviewer/reviewer.js", "/", "/events"})
+  for (const char* path : {"/m/ab13/clip%20one.mp3", "/m/ab1/clip%20one.mp3",
+                           "/r/ab13/reviewer/reviewer.js", "/", "/events"})
     EXPECT_EQ(get(path, frame)->status, 403) << path;
   EXPECT_EQ(get("/m/ab12/clip%20one.mp3", {{"Host", "evil.example:1"}})->status, 403);
   EXPECT_EQ(post(Json{{"screen", screenId()}, {"element", "title"}}.dump(), frame), 403);
