@@ -2,10 +2,9 @@
 
 #include <filesystem>
 
-#include "app/StudyViewController.h"
-
 #include "app/Preferences.h"
 #include "app/ProfileManager.h"
+#include "app/StudyViewController.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
