@@ -390,7 +390,7 @@ Screen StudyViewController::describe() {
                 {"answerGood", "Good", "green"},
                 {"answerEasy", "Easy", "tint"}};
     for (size_t i = 0; i < places.size(); ++i) {
-      Screen::Button b{places[i].action, places[i].name, "", true, places[i].tone, ""};
+      Screen::Button b{.id = places[i].action, .title = places[i].name, .tone = places[i].tone};
       if (_allowNextTimes) {
         b.detail = b.title;
         b.title = sched.nextIvlStr(*_card, static_cast<int>(i) + 1, true);
