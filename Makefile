@@ -54,8 +54,9 @@ test: build build-asan node_modules/.package-lock.json
 run: build
 	./$(BUILD)/rivo $(if $(DATA),--data $(DATA))
 
-bench: build
+bench: build node_modules/.package-lock.json
 	./$(BUILD)/rivo_bench
+	RIVO_BIN=$(BUILD)/rivo RIVO_GEN=$(BUILD)/rivo-gen node bench/study_browser.mjs
 
 format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h')
