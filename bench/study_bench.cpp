@@ -49,8 +49,8 @@ const std::string& dataDir() {
   return dir;
 }
 
-// The program with the review screen open on a top-level deck (the browser's benchmark studies the same), as a browser
-// would see it but with no browser attached (the page's scripts are queued and dropped).
+// The program with the review screen open on a top-level deck, the one the browser's
+// benchmark studies, but with no browser attached (the page's scripts are dropped).
 struct Studying {
   rivo::BrowserBridge bridge;
   std::unique_ptr<rivo::AppDelegate> app;

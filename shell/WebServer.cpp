@@ -415,7 +415,8 @@ void WebServer::_upload(const httplib::Request& req, httplib::Response& res,
       length > static_cast<uint64_t>(disk.f_bavail) * disk.f_frsize)
     return _refuseUpload(res, 507, "There isn't enough free disk space to upload " + name + ".");
 
-  const std::string dir = _options.uploadDir + "/upload-" + BrowserBridge::randomToken().substr(0, 16);
+  const std::string dir =
+      _options.uploadDir + "/upload-" + BrowserBridge::randomToken().substr(0, 16);
   const std::string path = dir + "/" + name;
   const int fd = mkdir(dir.c_str(), 0700) == 0
                      ? ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)
