@@ -36,7 +36,7 @@ const std::string& dataDir() {
     std::string data = gen.dir + "/study-data";
     std::string path = data + "/profiles/User 1/collection.rivo2";
     fs::create_directories(data + "/profiles/User 1");
-    fs::copy_file(gen.path, path, fs::copy_options::overwrite_existing);
+    fs::rename(gen.copy("study.rivo2"), path);
     sqlite3* db = nullptr;
     sqlite3_open(path.c_str(), &db);
     sqlite3_exec(db,
