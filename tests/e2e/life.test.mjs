@@ -35,7 +35,7 @@ test('the spinner freezes the page during a job', async () => {
   await noSpinner(page);
   assert.equal(await page.locator('#title').innerText(), 'Decks');
   await row(page, 'Default').click();
-  await page.locator('#title').filter({ hasText: 'Default' }).waitFor();
+  await page.locator('#content .web-screen').waitFor();  // studying it
   await page.getByRole('button', { name: 'Decks' }).click();
   await noSpinner(page);
   await page.close();
@@ -49,7 +49,7 @@ test('a browser that goes away in the middle of a job leaves nothing frozen', as
   page = await open(chrome.context, rivo.url);
   await noSpinner(page);
   await row(page, 'Default').click();
-  await page.locator('#title').filter({ hasText: 'Default' }).waitFor();
+  await page.locator('#content .web-screen').waitFor();  // studying it
   await page.keyboard.press('Escape');
   await page.locator('#title').filter({ hasText: 'Decks' }).waitFor();
   await noSpinner(page);
@@ -80,8 +80,8 @@ test('two tabs show one alert, answered once; double clicks and stale events do 
   })).status);
   assert.equal(status, 409);
   await row(a, 'Default').click();
-  await a.locator('#title').filter({ hasText: 'Default' }).waitFor();
-  await b.locator('#title').filter({ hasText: 'Default' }).waitFor();
+  await a.locator('#content .web-screen').waitFor();  // studying it
+  await b.locator('#content .web-screen').waitFor();  // studying it
   await b.getByRole('button', { name: 'Decks' }).click();
   await noSpinner(a);
   await a.close();
