@@ -253,10 +253,14 @@ void StudyViewController::answerCard(int ease) {
   if (ease != 1) ++_rightCount;
   ++_reviews;
   _col().sched().answerCard(*_card, ease);
-  _col().save();
   if (_audioPlayer) _audioPlayer->clear();
   _card.reset();
-  showCurrentOrNextCard();
+  // The next question goes to the page before the save, so that the save's wait for the disk
+  // overlaps the page's work; both happen in this one task of the main loop, so nothing else
+  // sees the collection in between.
+  loadNextCard();
+  showCard();
+  _col().save();
 }
 
 int StudyViewController::defaultEase() {

@@ -34,14 +34,24 @@ function postInOrder(event) {
   return sent;
 }
 
-// A screen event; dropped while the previous one is unanswered or input is frozen.
+// A screen event; dropped while the previous one is unanswered or input is frozen. A key is
+// not dropped but waits for the one in flight (the latest key, at most): someone studying
+// fast presses space as soon as the next card shows, before the answer's reply is back.
+let waitingKey = null;
 async function sendScreen(element, id, kind, value) {
-  if (!state.screen || busyScreenEvent || frozen()) return;
+  if (!state.screen || frozen()) return;
+  if (busyScreenEvent) {
+    if (element === 'key') waitingKey = id;
+    return;
+  }
   busyScreenEvent = true;
   try {
     await postInOrder(screenEvent(element, id, kind, value));
   } finally {
     busyScreenEvent = false;
+    const key = waitingKey;
+    waitingKey = null;
+    if (key !== null) sendScreen('key', key);
   }
 }
 

@@ -138,6 +138,15 @@ test('a generated deck studied with keys, clicks and taps gives the scheduler\'s
       assert.ok(answered !== await (await cardShows(page, '')).evaluate(() => document.getElementById('qa').innerHTML));
     }
   }
+  // A key pressed before the reply to the one before is back waits for it: not lost.
+  await page.keyboard.press(' ');
+  await answerButtons(page).first().waitFor();
+  const good = (await answerButtons(page).count()) === 4 ? '3' : '2';
+  await page.keyboard.press(good);
+  await page.keyboard.press(' ');
+  actions.push(good);
+  await page.waitForTimeout(1000);  // the answer is in; its buttons are gone unless space came
+  await answerButtons(page).first().waitFor({ timeout: 5000 });
   assert.deepEqual(page.errors, []);
   await page.close();
   await rivo.stop();
