@@ -1,7 +1,8 @@
-// The review screen's share of an answer on the generated collection: from the answer key to
-// the next question's scripts queued for the page (the answer recorded and saved, the next
-// card fetched and rendered, the screen described), against the same SQL run bare. The
-// browser's share, and the whole figure, are measured by bench/study_browser.mjs.
+// The review screen's share of an answer on the generated collection: the whole task of the
+// answer key (the answer recorded, the next card fetched, rendered and its scripts queued for
+// the page, the collection saved, the screen described), against the same SQL run bare. The
+// next question's scripts leave before the save's flush to disk; the browser's share, and the
+// whole figure, are measured by bench/study_browser.mjs.
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 
