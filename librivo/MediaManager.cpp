@@ -783,6 +783,8 @@ int MediaManager::addFilesFromZip(std::string_view data, Error* error) {
         problem = "The media batch from the server is damaged: " + zip.error();
       else if (!stray.empty())
         problem = "The media batch from the server holds a file it doesn't name: " + stray;
+      else if (files.size() != meta.size())
+        problem = "The media batch from the server names files it doesn't hold.";
     }
   }
   unlink(tmp.c_str());

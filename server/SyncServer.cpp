@@ -9,7 +9,10 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
+#include <random>
 #include <set>
+#include <sstream>
 
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
@@ -19,6 +22,7 @@
 #include "librivo/syncing/SyncMessages.h"
 #include "server/AccountStore.h"
 #include "server/GzipInflater.h"
+#include "server/MediaStore.h"
 #include "server/MultipartReader.h"
 #include "server/SyncSession.h"
 
@@ -41,6 +45,8 @@ constexpr size_t kDownloadSlice = 256 * 1024;
 const std::set<std::string> kMethods = {"hostKey", "meta",       "start",        "applyChanges",
                                         "chunk",   "applyChunk", "sanityCheck2", "finish",
                                         "upload",  "download"};
+const std::set<std::string> kMediaMethods = {"begin", "mediaChanges", "downloadFiles",
+                                             "uploadChanges", "mediaSanity"};
 
 // Scratch of the request being served on this thread, for its log line.
 struct RequestNote {
@@ -50,9 +56,9 @@ struct RequestNote {
 };
 thread_local RequestNote tRequest;
 
-std::string methodOfPath(const std::string& path) {
-  const std::string prefix = "/sync/";
-  return path.rfind(prefix, 0) == 0 ? path.substr(prefix.size()) : std::string();
+// Calls whose payload may be large: it goes to a file, never into memory.
+bool isUploadPath(const std::string& path) {
+  return path == "/sync/upload" || path == "/msync/uploadChanges";
 }
 
 int64_t declaredLength(const httplib::Request& req) {
@@ -124,7 +130,7 @@ SyncServer::SyncServer(Options options)
       static_cast<size_t>(std::max(_options.maxJsonBytes, _options.maxUploadBytes)));
 
   auto limitFor = [this](const std::string& path) {
-    return methodOfPath(path) == "upload" ? _options.maxUploadBytes : _options.maxJsonBytes;
+    return isUploadPath(path) ? _options.maxUploadBytes : _options.maxJsonBytes;
   };
   _http->set_expect_100_continue_handler(
       [limitFor](const httplib::Request& req, httplib::Response&) {
@@ -150,6 +156,11 @@ SyncServer::SyncServer(Options options)
                                                 const httplib::ContentReader& reader) {
     _handle(req, res, reader, req.matches[1].str());
   });
+  _http->Post(R"(/msync/([A-Za-z0-9]+))",
+              [this](const httplib::Request& req, httplib::Response& res,
+                     const httplib::ContentReader& reader) {
+                _handleMedia(req, res, reader, req.matches[1].str());
+              });
   _http->set_logger(
       [this](const httplib::Request& req, const httplib::Response& res) { _log(req, res); });
 }
@@ -220,7 +231,7 @@ void SyncServer::_handle(const httplib::Request& req, httplib::Response& res,
   in.address = req.remote_addr;
   if (!kMethods.count(method)) {
     reply = Reply::error(404, "unknown method");
-  } else if (_readBody(req, reader, method, in, reply)) {
+  } else if (_readBody(req, reader, method == "upload", in, reply)) {
     try {
       reply = _dispatch(method, in, res);
     } catch (const std::exception& e) {
@@ -234,13 +245,12 @@ void SyncServer::_handle(const httplib::Request& req, httplib::Response& res,
 }
 
 bool SyncServer::_readBody(const httplib::Request& req, const httplib::ContentReader& reader,
-                           const std::string& method, Incoming& in, Reply& refusal) {
+                           bool upload, Incoming& in, Reply& refusal) {
   const std::string boundary = req.get_header_value(kBoundaryHeader);
   if (boundary.empty()) {
     refusal = Reply::error(400, "expected a multipart/form-data body");
     return false;
   }
-  const bool upload = method == "upload";
   const int64_t limit = upload ? _options.maxUploadBytes : _options.maxJsonBytes;
   int64_t raw = 0, inflated = 0;
   bool tooLarge = false, damaged = false;
@@ -438,7 +448,10 @@ SyncServer::Reply SyncServer::_meta(const std::string& user, AccountState& accou
     meta = {{"mod", toInt((*row)[0])}, {"scm", toInt((*row)[1])}, {"usn", toInt((*row)[2])}};
   }
   meta["ts"] = intTime(1);
-  meta["musn"] = 0;
+  {
+    std::lock_guard media(account.mediaMutex);
+    meta["musn"] = MediaStore::usnOf(_store->userFolder(user));
+  }
   meta["msg"] = "";
   meta["cont"] = true;
   meta["uname"] = user;
@@ -578,6 +591,128 @@ SyncServer::Reply SyncServer::_download(const std::string& user,
       });
   Reply reply;
   reply.streamed = true;
+  return reply;
+}
+
+// Media sync. Every refusal after the body was read is the protocol's envelope with "err".
+
+namespace {
+
+Json envelope(const Json& data) {
+  return {{"data", data}, {"err", ""}};
+}
+
+Json refusalEnvelope(const std::string& text) {
+  tRequest.note = text;
+  return {{"data", nullptr}, {"err", text}};
+}
+
+std::string newMediaSessionKey() {
+  std::random_device random;
+  return checksum(std::to_string(random()) + std::to_string(random()) + std::to_string(random()))
+      .substr(0, 16);
+}
+
+}  // namespace
+
+void SyncServer::_handleMedia(const httplib::Request& req, httplib::Response& res,
+                              const httplib::ContentReader& reader, const std::string& method) {
+  Reply reply;
+  Incoming in;
+  in.address = req.remote_addr;
+  if (!kMediaMethods.count(method)) {
+    reply = Reply::error(404, "unknown method");
+  } else if (_readBody(req, reader, method == "uploadChanges", in, reply)) {
+    try {
+      reply = method == "begin" ? _mediaBegin(in) : _mediaCall(method, in);
+    } catch (const std::exception& e) {
+      tRequest.note = e.what();
+      reply = Reply::error(500, "internal error");
+    }
+  }
+  res.status = reply.status;
+  res.set_content(reply.body, reply.type.c_str());
+}
+
+SyncServer::Reply SyncServer::_mediaBegin(const Incoming& in) {
+  std::optional<std::string> user = _store->userForKey(in.field("k"));
+  if (!user) return Reply::error(403, "unknown host key");
+  tRequest.user = *user;
+  std::shared_ptr<AccountState> account = _account(*user);
+  int64_t usn = 0;
+  {
+    std::lock_guard lock(account->mediaMutex);
+    MediaStore store(_store->userFolder(*user));
+    usn = store.usn();
+  }
+  const std::string sk = newMediaSessionKey();
+  const auto now = Clock_::now();
+  const auto idle = std::chrono::duration<double>(_options.idleTimeout);
+  std::lock_guard lock(_mediaSessionsMutex);
+  std::erase_if(_mediaSessions,
+                [&](const auto& item) { return now - item.second.lastUsed > idle; });
+  _mediaSessions[sk] = MediaSession{*user, now};
+  return Reply::json(envelope({{"usn", usn}, {"sk", sk}}));
+}
+
+SyncServer::Reply SyncServer::_mediaCall(const std::string& method, Incoming& in) {
+  const std::string sk = in.field("sk");
+  std::string user;
+  {
+    std::lock_guard lock(_mediaSessionsMutex);
+    auto it = _mediaSessions.find(sk);
+    if (it == _mediaSessions.end() ||
+        Clock_::now() - it->second.lastUsed > std::chrono::duration<double>(_options.idleTimeout))
+      return Reply::json(refusalEnvelope("no media sync in progress for this session"));
+    it->second.lastUsed = Clock_::now();
+    user = it->second.user;
+    if (method == "mediaSanity") _mediaSessions.erase(it);
+  }
+  tRequest.user = user;
+  Json args;
+  if (method != "uploadChanges") {
+    std::string why;
+    if (!parseArgs(in.data, in.hasData, args, why) || !args.is_object())
+      return Reply::json(refusalEnvelope("bad request: " + (why.empty() ? "not an object" : why)));
+  } else if (!in.hasData || in.uploadPath.empty()) {
+    return Reply::json(refusalEnvelope("bad request: no data"));
+  }
+  std::shared_ptr<AccountState> account = _account(user);
+  std::lock_guard lock(account->mediaMutex);
+  MediaStore store(_store->userFolder(user));
+  std::string problem;
+  if (method == "mediaChanges") {
+    const Json lastUsn = args.value("lastUsn", Json());
+    if (!lastUsn.is_number_integer())
+      return Reply::json(refusalEnvelope("bad request: expected lastUsn"));
+    return Reply::json(envelope(store.changesAfter(lastUsn.get<int64_t>())));
+  }
+  if (method == "mediaSanity") {
+    const Json local = args.value("local", Json());
+    if (!local.is_number_integer())
+      return Reply::json(refusalEnvelope("bad request: expected local"));
+    return Reply::json(envelope(local.get<int64_t>() == store.count() ? "OK" : "FAILED"));
+  }
+  if (method == "uploadChanges") {
+    std::optional<std::pair<int64_t, int64_t>> done = store.applyUpload(in.uploadPath, &problem);
+    if (!done) return Reply::json(refusalEnvelope("media batch refused: " + problem));
+    return Reply::json(envelope({done->first, done->second}));
+  }
+  // downloadFiles
+  std::string zipPath = (fs::path(_options.dataDir) / "tmp" / "media-XXXXXX").string();
+  int fd = mkstemp(zipPath.data());
+  if (fd < 0) return Reply::error(500, "internal error");
+  ::close(fd);
+  Reply reply;
+  if (!store.zipFiles(args.value("files", Json()), zipPath, &problem)) {
+    reply = Reply::json(refusalEnvelope(problem));
+  } else {
+    std::ifstream zip(zipPath, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << zip.rdbuf();
+    reply = {200, std::move(bytes).str(), "application/zip"};
+  }
+  ::unlink(zipPath.c_str());
   return reply;
 }
 

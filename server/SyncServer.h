@@ -8,7 +8,8 @@
 //
 // Threads: bind(), listen() and stop() may be called from any thread; listen() blocks.
 // `_accountsMutex` guards `_accounts`; each AccountState's own mutex guards its fields;
-// `_logins` guards itself.
+// `_logins` guards itself;
+// `_mediaSessionsMutex` guards `_mediaSessions`.
 
 #include <chrono>
 #include <condition_variable>
@@ -75,14 +76,24 @@ class SyncServer {
     std::shared_ptr<SyncSession> session;
     std::chrono::steady_clock::time_point lastUsed;
     bool transferring = false;  // a full upload or download holds the account
+    std::mutex mediaMutex;      // held while the account's media store is open
+  };
+  // A media sync from begin to mediaSanity; any number may run side by side.
+  struct MediaSession {
+    std::string user;
+    std::chrono::steady_clock::time_point lastUsed;
   };
   struct Incoming;
   struct Reply;
 
   void _handle(const httplib::Request& req, httplib::Response& res,
                const httplib::ContentReader& reader, const std::string& method);
-  bool _readBody(const httplib::Request& req, const httplib::ContentReader& reader,
-                 const std::string& method, Incoming& in, Reply& refusal);
+  bool _readBody(const httplib::Request& req, const httplib::ContentReader& reader, bool upload,
+                 Incoming& in, Reply& refusal);
+  void _handleMedia(const httplib::Request& req, httplib::Response& res,
+                    const httplib::ContentReader& reader, const std::string& method);
+  Reply _mediaCall(const std::string& method, Incoming& in);
+  Reply _mediaBegin(const Incoming& in);
   Reply _dispatch(const std::string& method, Incoming& in, httplib::Response& res);
   Reply _hostKey(const Incoming& in);
   Reply _meta(const std::string& user, AccountState& account);
@@ -105,6 +116,8 @@ class SyncServer {
   std::unique_ptr<httplib::Server> _http;
   std::mutex _accountsMutex;
   std::map<std::string, std::shared_ptr<AccountState>> _accounts;  // guarded by _accountsMutex
+  std::mutex _mediaSessionsMutex;
+  std::map<std::string, MediaSession> _mediaSessions;  // by session key; guarded by the above
   std::mutex _logMutex;
   std::thread _reaper;
   std::mutex _reaperMutex;

@@ -261,6 +261,9 @@ int CommandLine::main(int argc, char** argv) {
                    "force a one-way sync: upload replaces the server's collection, download "
                    "replaces this one")
       ->check(CLI::IsMember({"upload", "download"}));
+  sync->add_flag("--no-media", syncArgs.noMedia,
+                 "leave the media alone this time (the profile's \"downloadMedia\" decides "
+                 "otherwise)");
   try {
     cli.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

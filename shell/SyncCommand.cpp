@@ -14,6 +14,8 @@
 #include "librivo/Col.h"
 #include "librivo/Utils.h"
 #include "librivo/syncing/FullSyncer.h"
+#include "librivo/syncing/MediaSyncer.h"
+#include "librivo/syncing/RemoteMediaServer.h"
 #include "librivo/syncing/RemoteServer.h"
 #include "librivo/syncing/SyncListener.h"
 #include "librivo/syncing/Syncer.h"
@@ -29,17 +31,6 @@ constexpr const char* kFullSyncQuestion =
 void say(std::FILE* to, const std::string& text) {
   std::fprintf(to, "%s\n", text.c_str());
   std::fflush(to);
-}
-
-// "%llu kB" below 1,049,600 bytes, "%.02f MB" from there on.
-std::string amountText(int64_t bytes) {
-  const uint64_t kb = static_cast<uint64_t>(bytes) / 1024;
-  char text[32];
-  if (bytes < 1049600)
-    std::snprintf(text, sizeof text, "%llu kB", static_cast<unsigned long long>(kb));
-  else
-    std::snprintf(text, sizeof text, "%.02f MB", static_cast<double>(kb) * 0.0009765625);
-  return text;
 }
 
 // Shows the status texts and, on a terminal, the bytes moved so far on one line that is
@@ -78,7 +69,8 @@ class ProgressLine : public SyncListener {
     if (!force && now - _lastDraw < std::chrono::milliseconds(250)) return;
     _lastDraw = now;
     std::string line = _status;
-    if (_up || _down) line += "  up " + amountText(_up) + ", down " + amountText(_down);
+    if (_up || _down)
+      line += "  up " + SyncListener::amountText(_up) + ", down " + SyncListener::amountText(_down);
     std::fprintf(stderr, "\r\033[K%s", line.c_str());
     std::fflush(stderr);
     _shown = true;
@@ -104,6 +96,7 @@ struct Outcome {
   Error error;
   std::string syncMsg;
   std::optional<std::string> uname;  // set when the collection's sync itself went well
+  std::optional<Error> mediaError;   // the media sync failed; the collection's sync stands
 };
 
 void finishSync(AppDelegate& app, const Outcome& out) {
@@ -136,6 +129,11 @@ void finishSync(AppDelegate& app, const Outcome& out) {
       say(stdout, "Sync complete.");
     }
   }
+  if (out.mediaError) {
+    app.log("handleError: " + out.mediaError->message);
+    say(stderr, "rivo: " + out.mediaError->message);
+    status = 1;
+  }
   if (!out.syncMsg.empty()) say(status == 0 ? stdout : stderr, out.syncMsg);
   pm.save();
   app.terminate(status);
@@ -144,7 +142,8 @@ void finishSync(AppDelegate& app, const Outcome& out) {
 // The sync itself, on the work queue: the collection's sync and, when one is needed and a
 // direction was given, the full sync; then the collection is closed without saving, which
 // drops whatever a failed sync wrote, and opened again.
-void syncJob(AppDelegate& app, const std::string& hkey, const std::string& full, Outcome& out) {
+void syncJob(AppDelegate& app, const std::string& hkey, const std::string& full, bool media,
+             Outcome& out) {
   Col& col = *app.col();
   col.save();
   ProgressLine progress(app);
@@ -164,6 +163,13 @@ void syncJob(AppDelegate& app, const std::string& hkey, const std::string& full,
   }
   col.closeAndSave(false);
   col.reopen();
+  if (out.result && out.result != "fullSync" && media) {
+    RemoteMediaServer server(&col, hkey);
+    server.listener = &progress;
+    MediaSyncer syncer(col, &server);
+    Error error;
+    if (!syncer.sync(&error)) out.mediaError = error;
+  }
 }
 
 void launchSync(AppDelegate& app, const SyncCommand::Args& args) {
@@ -174,8 +180,10 @@ void launchSync(AppDelegate& app, const SyncCommand::Args& args) {
     app.col()->save();
   }
   auto out = std::make_shared<Outcome>();
+  const bool media = !args.noMedia && app.pm().boolForKey("downloadMedia");
   app.doWork(
-      "Syncing...", [&app, hkey, full = args.full, out] { syncJob(app, hkey, full, *out); },
+      "Syncing...",
+      [&app, hkey, full = args.full, media, out] { syncJob(app, hkey, full, media, *out); },
       [&app, out] { finishSync(app, *out); });
 }
 
