@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "bench/GeneratedCollection.h"
+#include "bench/PlainHttpTwin.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/Storage.h"
@@ -43,9 +44,7 @@ struct SyncBench {
   std::string hkey;
   std::unique_ptr<rivo::SyncServer> server;
   std::thread serving;
-  httplib::Server plain;
-  std::thread plainServing;
-  int plainPort = 0;
+  std::unique_ptr<rivo::bench::PlainHttpTwin> plain;
 
   SyncBench() {
     dir = (fs::temp_directory_path() / ("rivo-bench-sync-" + std::to_string(getpid()))).string();
@@ -64,54 +63,13 @@ struct SyncBench {
     rivo::Error err;
     hkey = rivo::RemoteServer().hostKeyForUser("bench", "pw", &err).value_or("");
 
-    plain.Post("/put", [this](const httplib::Request&, httplib::Response& res,
-                              const httplib::ContentReader& reader) {
-      std::ofstream out(dir + "/plain.bin", std::ios::binary);
-      reader([&](const char* data, size_t n) {
-        out.write(data, static_cast<std::streamsize>(n));
-        return true;
-      });
-      res.set_content("OK", "text/plain");
-    });
-    plain.Get("/get", [this](const httplib::Request&, httplib::Response& res) {
-      auto in = std::make_shared<std::ifstream>(client, std::ios::binary);
-      res.set_content_provider(fs::file_size(client), "application/octet-stream",
-                               [in](size_t offset, size_t length, httplib::DataSink& sink) {
-                                 std::vector<char> buf(std::min<size_t>(length, 256 * 1024));
-                                 in->seekg(static_cast<std::streamoff>(offset));
-                                 in->read(buf.data(), static_cast<std::streamsize>(buf.size()));
-                                 return sink.write(buf.data(), static_cast<size_t>(in->gcount()));
-                               });
-    });
-    plainPort = plain.bind_to_any_port("127.0.0.1");
-    plainServing = std::thread([this] { plain.listen_after_bind(); });
+    plain = std::make_unique<rivo::bench::PlainHttpTwin>(dir, client);
   }
   ~SyncBench() {
     server->stop();
     serving.join();
-    plain.stop();
-    plainServing.join();
+    plain.reset();
     fs::remove_all(dir);
-  }
-
-  // The plain transfer: `bytes` from a file up, or the client file down, to or from a file.
-  void plainTransfer(bool up, int64_t bytes) {
-    CURL* curl = curl_easy_init();
-    const std::string url =
-        "http://127.0.0.1:" + std::to_string(plainPort) + (up ? "/put" : "/get");
-    std::FILE* src = up ? std::fopen(client.c_str(), "rb") : nullptr;
-    std::FILE* dst = std::fopen((dir + "/plain-down.bin").c_str(), "wb");
-    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-    if (up) {
-      curl_easy_setopt(curl, CURLOPT_POST, 1L);
-      curl_easy_setopt(curl, CURLOPT_READDATA, src);
-      curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(bytes));
-    }
-    curl_easy_setopt(curl, CURLOPT_WRITEDATA, dst);
-    curl_easy_perform(curl);
-    curl_easy_cleanup(curl);
-    if (src) std::fclose(src);
-    std::fclose(dst);
   }
 };
 
@@ -139,7 +97,7 @@ void fullSync(benchmark::State& state, bool upload) {
 void plainFullSync(benchmark::State& state, bool upload) {
   SyncBench& b = bench();
   const auto size = static_cast<int64_t>(fs::file_size(b.client));
-  for (auto _ : state) b.plainTransfer(upload, size);
+  for (auto _ : state) b.plain->transfer(upload, size);
   state.SetBytesProcessed(size * state.iterations());
 }
 
@@ -203,7 +161,7 @@ BENCHMARK(BM_IncrementalSync10kCards)->Unit(benchmark::kMillisecond)->Iterations
 
 void BM_IncrementalSync10kCardsBarePlainHttp(benchmark::State& state) {
   SyncBench& b = bench();
-  for (auto _ : state) b.plainTransfer(true, gIncrementalBytes);
+  for (auto _ : state) b.plain->transfer(true, gIncrementalBytes);
   state.counters["bytes"] = static_cast<double>(gIncrementalBytes);
   state.SetItemsProcessed(10000 * state.iterations());
 }

@@ -2,13 +2,10 @@
 
 #include "librivo/syncing/FullSyncer.h"
 #include "librivo/syncing/RemoteServer.h"
-#include "librivo/syncing/SyncMessages.h"
 
 namespace rivo {
 
 namespace {
-
-constexpr int kMaxReplyDepth = 64;
 
 bool isCount(const Json& value) {
   return value.is_number_integer() && value.get<int64_t>() >= 0;
@@ -22,23 +19,18 @@ RemoteMediaServer::RemoteMediaServer(Col* col, const std::string& hkey)
 std::optional<Json> RemoteMediaServer::_waitForJsonData(const std::string& method, Error* err) {
   std::optional<std::string> reply = waitForReqData(err);
   if (!reply) return std::nullopt;
-  std::string problem;
-  Json decoded;
-  if (SyncMessages::nestingDepth(*reply) > kMaxReplyDepth)
-    problem = "nested too deeply";
-  else
-    decoded = decodeJson(*reply, &problem);
-  if (problem.empty() && (!decoded.is_object() || !decoded.contains("data"))) problem = "no data";
-  if (!problem.empty()) {
-    if (err) *err = badReplyError(method + ": " + problem);
+  std::optional<Json> decoded = decodeReply(method, *reply, err);
+  if (!decoded) return std::nullopt;
+  if (!decoded->is_object() || !decoded->contains("data")) {
+    if (err) *err = badReplyError(method + ": no data");
     return std::nullopt;
   }
-  const Json errText = decoded.value("err", Json(""));
+  const Json errText = decoded->value("err", Json(""));
   if (errText.is_string() && !errText.get<std::string>().empty()) {
     if (err) *err = makeError("syncError", errText.get<std::string>());
     return std::nullopt;
   }
-  return decoded["data"];
+  return (*decoded)["data"];
 }
 
 std::optional<Json> RemoteMediaServer::_call(const std::string& method, const Json& args,

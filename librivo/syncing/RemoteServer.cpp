@@ -41,6 +41,20 @@ std::string RemoteServer::clientVersion() {
   return std::string("rivomobile,") + kBundleVersion + "," + machine + ":" + os;
 }
 
+std::optional<Json> decodeReply(const std::string& method, const std::string& reply, Error* err) {
+  std::string problem;
+  Json decoded;
+  if (SyncMessages::nestingDepth(reply) > kMaxReplyDepth)
+    problem = "nested too deeply";
+  else
+    decoded = decodeJson(reply, &problem);
+  if (!problem.empty()) {
+    if (err) *err = badReplyError(method + ": " + problem);
+    return std::nullopt;
+  }
+  return decoded;
+}
+
 std::optional<Json> RemoteServer::_run(const std::string& method, const Json* data, Error* err) {
   if (data)
     reqWithMethod(method, jsonTmpFile(*data));
@@ -48,17 +62,7 @@ std::optional<Json> RemoteServer::_run(const std::string& method, const Json* da
     reqWithMethod(method);
   std::optional<std::string> reply = waitForReqData(err);
   if (!reply) return std::nullopt;
-  std::string problem;
-  Json decoded;
-  if (SyncMessages::nestingDepth(*reply) > kMaxReplyDepth)
-    problem = "nested too deeply";
-  else
-    decoded = decodeJson(*reply, &problem);
-  if (!problem.empty()) {
-    if (err) *err = badReplyError(method + ": " + problem);
-    return std::nullopt;
-  }
-  return decoded;
+  return decodeReply(method, *reply, err);
 }
 
 std::optional<std::string> RemoteServer::hostKeyForUser(const std::string& user,

@@ -44,5 +44,8 @@ class RemoteServer : public HttpSyncer {
 
 // The error of a reply that came with status 200 but can't be used.
 Error badReplyError(const std::string& detail);
+// A reply of `method` as JSON; nothing, with `err` set, when it isn't JSON or is nested deeper
+// than any message of the protocol.
+std::optional<Json> decodeReply(const std::string& method, const std::string& reply, Error* err);
 
 }  // namespace rivo
