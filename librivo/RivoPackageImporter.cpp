@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -36,52 +35,6 @@ std::string errnoText() {
 int64_t fileSize(const std::string& path) {
   struct stat st {};
   return stat(path.c_str(), &st) == 0 ? static_cast<int64_t>(st.st_size) : -1;
-}
-
-std::string sizeText(uint64_t bytes) {
-  char text[32];
-  if (bytes < (1 << 20))
-    std::snprintf(text, sizeof text, "%.0f KB", static_cast<double>(bytes) / 1024);
-  else if (bytes < (uint64_t{1} << 30))
-    std::snprintf(text, sizeof text, "%.1f MB", static_cast<double>(bytes) / (1 << 20));
-  else
-    std::snprintf(text, sizeof text, "%.1f GB", static_cast<double>(bytes) / (1 << 30));
-  return text;
-}
-
-bool syncFolderOf(const std::string& path) {
-  const int fd = open(fs::path(path).parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return false;
-  const bool ok = fsync(fd) == 0;
-  close(fd);
-  return ok;
-}
-
-// Moves a file over `to` in one step; from another file system by way of a synced copy beside
-// `to`, renamed over it.
-bool moveFile(const std::string& from, const std::string& to, std::string* problem) {
-  if (rename(from.c_str(), to.c_str()) == 0) {
-    syncFolderOf(to);
-    return true;
-  }
-  if (errno != EXDEV) {
-    *problem = errnoText();
-    return false;
-  }
-  const std::string beside = to + ".incoming";
-  std::error_code ec;
-  fs::copy_file(from, beside, fs::copy_options::overwrite_existing, ec);
-  const int fd = ec ? -1 : open(beside.c_str(), O_RDONLY | O_CLOEXEC);
-  const bool synced = fd >= 0 && fsync(fd) == 0;
-  if (fd >= 0) close(fd);
-  if (ec || !synced || rename(beside.c_str(), to.c_str()) != 0) {
-    *problem = ec ? ec.message() : errnoText();
-    unlink(beside.c_str());
-    return false;
-  }
-  unlink(from.c_str());
-  syncFolderOf(to);
-  return true;
 }
 
 }  // namespace
@@ -203,9 +156,7 @@ void RivoPackageImporter::_checkSpace() {
 }
 
 uint64_t RivoPackageImporter::_freeBytes(const std::string& dir) {
-  struct statvfs st {};
-  if (statvfs(dir.c_str(), &st) != 0) return UINT64_MAX;
-  return static_cast<uint64_t>(st.f_bavail) * st.f_frsize;
+  return freeBytes(dir);
 }
 
 void RivoPackageImporter::_copyCollection() {

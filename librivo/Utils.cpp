@@ -1,7 +1,9 @@
 #include "librivo/Utils.h"
 
+#include <fcntl.h>
 #include <openssl/evp.h>
 #include <openssl/rand.h>
+#include <sys/statvfs.h>
 #include <sys/utsname.h>
 #include <termios.h>
 #include <unicode/regex.h>
@@ -14,6 +16,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
@@ -461,6 +464,55 @@ bool writeAll(int fd, std::string_view bytes) {
     bytes.remove_prefix(static_cast<size_t>(n));
   }
   return true;
+}
+
+bool syncPath(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool ok = fsync(fd) == 0;
+  close(fd);
+  return ok;
+}
+
+bool moveFile(const std::string& from, const std::string& to, std::string* problem) {
+  const std::string folder = std::filesystem::path(to).parent_path().string();
+  if (rename(from.c_str(), to.c_str()) == 0) {
+    syncPath(folder.empty() ? "." : folder);
+    return true;
+  }
+  if (errno != EXDEV) {
+    *problem = std::strerror(errno);
+    return false;
+  }
+  const std::string beside = to + ".incoming";
+  std::error_code ec;
+  std::filesystem::copy_file(from, beside, std::filesystem::copy_options::overwrite_existing, ec);
+  const bool synced = !ec && syncPath(beside);
+  if (!synced || rename(beside.c_str(), to.c_str()) != 0) {
+    *problem = ec ? ec.message() : std::strerror(errno);
+    unlink(beside.c_str());
+    return false;
+  }
+  unlink(from.c_str());
+  syncPath(folder.empty() ? "." : folder);
+  return true;
+}
+
+uint64_t freeBytes(const std::string& dir) {
+  struct statvfs st {};
+  if (statvfs(dir.c_str(), &st) != 0) return UINT64_MAX;
+  return static_cast<uint64_t>(st.f_bavail) * st.f_frsize;
+}
+
+std::string sizeText(uint64_t bytes) {
+  char text[32];
+  if (bytes < (1 << 20))
+    std::snprintf(text, sizeof text, "%.0f KB", static_cast<double>(bytes) / 1024);
+  else if (bytes < (uint64_t{1} << 30))
+    std::snprintf(text, sizeof text, "%.1f MB", static_cast<double>(bytes) / (1 << 20));
+  else
+    std::snprintf(text, sizeof text, "%.1f GB", static_cast<double>(bytes) / (1 << 30));
+  return text;
 }
 
 std::string tmpFileFromData(std::string_view bytes) {

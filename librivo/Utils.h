@@ -102,6 +102,15 @@ std::string tmpFileFromJSON(const Json& value);
 bool writeAll(int fd, std::string_view bytes);
 // Removes everything inside `dir`, ignoring failures; `dir` itself stays.
 void clearTempDir(const std::string& dir);
+// Moves a file over `to` in one step, and syncs the folder; from another file system by way of a
+// synced copy beside `to`, renamed over it. False, with `problem` set, when it can't.
+bool moveFile(const std::string& from, const std::string& to, std::string* problem);
+// Flushes a file's bytes (or a folder's entries) to the disk; false when that fails.
+bool syncPath(const std::string& path);
+// Bytes free for this program on the disk holding `dir`; UINT64_MAX when it can't be told.
+uint64_t freeBytes(const std::string& dir);
+// "640 KB", "12.5 MB", "1.2 GB": a size for a sentence.
+std::string sizeText(uint64_t bytes);
 // "linux:" and the kernel release.
 std::string platformDesc();
 // One line of standard input without its line end; on a terminal, `prompt` goes to standard
