@@ -22,6 +22,7 @@
 #include "app/SignalWatcher.h"
 #include "app/StudyViewController.h"
 #include "app/Ui.h"
+#include "app/Upgrader.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/SysLog.h"
@@ -105,7 +106,8 @@ bool AppDelegate::launch(const std::string& url, const std::string& shortcutItem
   _acts = std::make_unique<ActionsManager>(*this);
   _prefs = std::make_unique<Preferences>(_options.dataDir + "/Preferences.json");
   _pm = std::make_unique<ProfileManager>(*_prefs, _options.dataDir, this);
-  // Upgrader::upgradeIfNeeded() runs here, before any collection is opened.
+  // Before any collection is opened.
+  Upgrader::upgradeIfNeeded(*this);
 
   if (!_options.profile.empty()) {
     if (!_pm->hasProfile(_options.profile)) {
@@ -255,7 +257,7 @@ void AppDelegate::setCol(std::unique_ptr<Col> col) {
 
 void AppDelegate::unloadCollection() {
   if (!col()) return;
-  // The backup of the collection being closed is queued here: maybeBackup(false, {}).
+  maybeBackup(false);
   std::lock_guard lock(_colMutex);
   _col->close();
   _col.reset();
@@ -272,6 +274,36 @@ void AppDelegate::log(const std::string& text) {
 std::shared_ptr<StudyViewController> AppDelegate::studyViewController() {
   if (!_svc) _svc = std::make_shared<StudyViewController>(*this);
   return _svc;
+}
+
+// Backups.
+
+void AppDelegate::maybeBackup(bool force, Block onFinish) {
+  const std::string msg = force ? "Creating Backup..." : "Finishing Backup...";
+  doWork(msg, [this, force, msg, onFinish = std::move(onFinish)] {
+    BackupFolder::Result result = performBackup(force, msg);
+    if (result.outcome == BackupFolder::Result::Outcome::failed)
+      showInfo("Backup failed: " + result.error);
+    else if (result.outcome == BackupFolder::Result::Outcome::written && !result.foreign.empty())
+      showInfo(BackupFolder(_pm->backupFolder()).foreignMessage(result.foreign));
+    if (result.outcome == BackupFolder::Result::Outcome::written && onFinish) doOnMain(onFinish);
+  });
+}
+
+BackupFolder::Result AppDelegate::performBackup(bool force, const std::string& msg) {
+  Col* c = col();
+  if (!c) {
+    log("backup called with no col");
+    BackupFolder::Result none;
+    none.outcome = BackupFolder::Result::Outcome::disabled;
+    return none;
+  }
+  return BackupFolder(_pm->backupFolder())
+      .backup(*c, _pm->currentProfile(), force, true, [c, msg](uint64_t done, uint64_t total) {
+        if (total)
+          c->updateProgressWithBlock(
+              [=] { return msg + " " + std::to_string(done * 100 / total) + "%"; });
+      });
 }
 
 // Background work.
@@ -429,7 +461,7 @@ void AppDelegate::applicationWillResignActive() {
 }
 
 void AppDelegate::applicationDidEnterBackground() {
-  // The backup on leaving the foreground: maybeBackup(false, {}) once backups exist.
+  maybeBackup(false);
 }
 
 void AppDelegate::applicationWillEnterForeground() {

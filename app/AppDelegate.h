@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "app/BackupFolder.h"
 #include "app/Dispatch.h"
 #include "app/NotificationCenter.h"
 #include "app/Timer.h"
@@ -121,7 +122,16 @@ class AppDelegate {
   void onProgressUpdated(const Json& userInfo);
   void leech();
 
-  // Closes the open collection (if any) on the calling thread and forgets it.
+  // Queues a backup of the collection as it will be when the job runs ("Creating Backup..." when
+  // forced, "Finishing Backup..." otherwise); see BackupFolder. `onFinish` is posted to the main
+  // loop only when a backup was written. A failure is logged and shown ("Backup failed: %@").
+  void maybeBackup(bool force, Block onFinish = {});
+  // The work of that job, on the work queue: nothing is shown; progress goes to the spinner as
+  // `msg` with the share copied.
+  BackupFolder::Result performBackup(bool force, const std::string& msg);
+
+  // Queues a backup (not forced), then closes the open collection (if any) on the calling
+  // thread and forgets it. The backup acts on whatever collection is open when its turn comes.
   void unloadCollection();
 
   void startTimer();

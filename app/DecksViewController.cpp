@@ -4,6 +4,8 @@
 #include <filesystem>
 
 #include "app/AppDelegate.h"
+#include "app/BackupManager.h"
+#include "app/ExportViewController.h"
 #include "app/HelpViewController.h"
 #include "app/NavigationController.h"
 #include "app/Preferences.h"
@@ -27,6 +29,8 @@ namespace {
 
 const std::string kSep = "::";
 const char* const kImportEntry = "Import File...";
+const char* const kExportEntry = "Export File...";
+const char* const kBackupsEntry = "Backups...";
 
 std::vector<std::string> components(const std::string& name) {
   std::vector<std::string> out;
@@ -232,11 +236,14 @@ bool DecksViewController::handle(const Event& e) {
       return true;
     }
     if (e.id == "addExport") {
-      // Export and shared decks join this sheet as they land.
-      _app.ui().showActionSheet("Add/Export", {kImportEntry, "Add Empty Deck"}, "Cancel",
-                                [this](int index) {
+      // Shared decks join this sheet when they land; the backups move to the settings then.
+      _app.ui().showActionSheet("Add/Export",
+                                {kImportEntry, kExportEntry, kBackupsEntry, "Add Empty Deck"},
+                                "Cancel", [this](int index) {
                                   if (index == 0) launchRpkgImportWithURL();
-                                  if (index == 1) addEmptyDeck();
+                                  if (index == 1) launchItunesExport();
+                                  if (index == 2) launchBackups();
+                                  if (index == 3) addEmptyDeck();
                                 });
       return true;
     }
@@ -468,6 +475,14 @@ void DecksViewController::_forgetUpload() {
   fs::remove(_importPath, ec);
   // The folder the upload came in, when nothing else is in it.
   fs::remove(fs::path(_importPath).parent_path(), ec);
+}
+
+void DecksViewController::launchItunesExport() {
+  navigationController()->push(std::make_shared<ExportViewController>(_app));
+}
+
+void DecksViewController::launchBackups() {
+  navigationController()->push(std::make_shared<BackupManager>(_app));
 }
 
 void DecksViewController::titleTapped() {

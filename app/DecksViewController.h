@@ -66,6 +66,9 @@ class DecksViewController : public ViewController {
   void addEmptyDeck();
   void titleTapped();
   void showHelp();
+  // The export screen, and the backups screen.
+  void launchItunesExport();
+  void launchBackups();
 
   // Import. A path is a file handed over (or uploaded); without one the import takes
   // Documents/collection.rpkg. That name, from wherever it comes, replaces the whole collection

@@ -56,6 +56,7 @@ Json row(const Screen::Row& r) {
   if (r.hasSlider)
     j["slider"] = {{"min", r.min},     {"max", r.max},           {"step", r.step},
                    {"value", r.value}, {"decimals", r.decimals}, {"unit", r.unit}};
+  if (r.hasSwitch) j["switch"] = r.on;
   return j;
 }
 

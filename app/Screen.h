@@ -94,6 +94,9 @@ struct Screen {
     double min = 0, max = 1, step = 0.1, value = 0;
     int decimals = 1;
     std::string unit;
+    // A switch beside the text; flipping it sends "change" with true or false.
+    bool hasSwitch = false;
+    bool on = false;
   };
 
   struct Section {

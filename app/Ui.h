@@ -74,6 +74,12 @@ class Ui {
   virtual std::unique_ptr<AudioPlayer> makeAudioPlayer() { return nullptr; }
   // A link the user followed out of the program: shown by the user's browser.
   virtual void openURL(const std::string& url) { (void)url; }
+  // Hands the finished file at `path` to the user, as `name`: a browser downloads it. The file
+  // stays where it is.
+  virtual void offerDownload(const std::string& path, const std::string& name) {
+    (void)path;
+    (void)name;
+  }
 };
 
 }  // namespace rivo

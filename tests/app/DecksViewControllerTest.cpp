@@ -131,8 +131,9 @@ TEST_F(DecksViewControllerTest, RenameAndAddRefuseWithTheirMessages) {
   auto add = [&](const std::string& name) {
     ui.events.clear();
     send("button", "addExport");
-    EXPECT_EQ(ui.events.at(0), "sheet:Add/Export|Import File...|Add Empty Deck|Cancel");
-    ui.sheetAnswers.back()(1);
+    EXPECT_EQ(ui.events.at(0),
+              "sheet:Add/Export|Import File...|Export File...|Backups...|Add Empty Deck|Cancel");
+    ui.sheetAnswers.back()(3);
     ui.type(name);
     settle();
     return ui.events.size() > 2 ? ui.events.at(2) : "";

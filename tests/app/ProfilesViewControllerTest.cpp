@@ -73,9 +73,12 @@ TEST_F(ProfilesViewControllerTest, SwitchingLoadsInAJobAndDeletingAsksFirst) {
   add("Work");
   ui.events.clear();
   EXPECT_TRUE(send("row", "Work", "select"));
-  // The load job, then the deck list's own load behind it.
+  // The load job, the backup its unloading queued (which finds the new profile's collection
+  // open and makes its first backup), then the deck list's own load behind them.
   EXPECT_EQ(ui.events,
-            (Strings{"spinner:Loading profile: Work", "hide", "spinner:Checking...", "hide"}));
+            (Strings{"spinner:Loading profile: Work", "hide", "spinner:Finishing Backup...",
+                     "text:Finishing Backup... 100%", "hide", "spinner:Checking...", "hide"}));
+  EXPECT_TRUE(fs::exists(dir.file("data/Documents/backup-Work-1.rpkg")));
   EXPECT_EQ(app->nc()->depth(), 1u);
   EXPECT_EQ(ui.screen["title"], "Work");
   EXPECT_EQ(app->pm().currentProfile(), "Work");
