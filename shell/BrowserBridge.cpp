@@ -1,7 +1,10 @@
 #include "shell/BrowserBridge.h"
 
+#include <openssl/rand.h>
+
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 
 #include <openssl/rand.h>
 
@@ -19,6 +22,21 @@ namespace rivo {
 namespace {
 
 const size_t kMaxText = 64 * 1024;
+// Files offered for download that can still be fetched.
+const size_t kMaxDownloads = 8;
+
+// 32 random hexadecimal digits; empty when the system has no random bytes to give.
+std::string randomHex() {
+  unsigned char bytes[16];
+  if (RAND_bytes(bytes, sizeof bytes) != 1) return "";
+  std::string out;
+  char hex[3];
+  for (unsigned char b : bytes) {
+    std::snprintf(hex, sizeof hex, "%02x", b);
+    out += hex;
+  }
+  return out;
+}
 
 bool isShortString(const Json& e, const char* key, size_t max = kMaxText) {
   auto it = e.find(key);
@@ -177,6 +195,8 @@ std::shared_ptr<BrowserBridge::Client> BrowserBridge::connect() {
   {
     std::lock_guard lock(_m);
     if (_closed || _clients.size() >= _options.maxClients) return nullptr;
+    client->_id = _nextClient++;
+    state["tab"] = client->_id;
     client->_push(_message("state", state));
     _clients.push_back(client);
     count = _clients.size();
@@ -230,7 +250,7 @@ void BrowserBridge::_clientsChanged(size_t count) {
 
 // Events from the tabs.
 
-BrowserBridge::Result BrowserBridge::handleEvent(const Json& event) {
+BrowserBridge::Result BrowserBridge::handleEvent(const Json& event, uint64_t tab) {
   if (!wellFormed(event)) return Result::badRequest;
   if (event.contains("web") && event["kind"] == "result") {
     // Answered here: the main loop may be waiting for it.
@@ -247,7 +267,13 @@ BrowserBridge::Result BrowserBridge::handleEvent(const Json& event) {
     if (_closed || !_app) return Result::unavailable;
   }
   Result result = Result::unavailable;
-  _app->dispatch().main().sync([&] { result = _onMain(event); });
+  _app->dispatch().main().sync([&] {
+    result = _onMain(event);
+    if (result == Result::ok && tab) {
+      std::lock_guard lock(_m);
+      _lastTab = tab;
+    }
+  });
   return result;
 }
 
@@ -464,6 +490,30 @@ void BrowserBridge::setTint(const std::string& tint) {
   std::lock_guard lock(_m);
   _tint = tint;
   _broadcast("tint", _tint);
+}
+
+void BrowserBridge::offerDownload(const std::string& path, const std::string& name) {
+  const std::string token = randomHex();
+  if (token.empty()) return;
+  std::lock_guard lock(_m);
+  _downloads.emplace_back(token, Download{path, name});
+  if (_downloads.size() > kMaxDownloads) _downloads.erase(_downloads.begin());
+  const std::string message = _message("download", {{"url", "/download/" + token}, {"name", name}});
+  auto tab = std::find_if(_clients.begin(), _clients.end(),
+                          [this](const auto& c) { return c->_id == _lastTab; });
+  if (tab != _clients.end()) {
+    (*tab)->_push(message);
+    return;
+  }
+  // The tab that asked is gone: whichever is open takes it.
+  if (!_clients.empty()) _clients.front()->_push(message);
+}
+
+std::optional<BrowserBridge::Download> BrowserBridge::download(const std::string& token) const {
+  std::lock_guard lock(_m);
+  for (const auto& [known, file] : _downloads)
+    if (known == token) return file;
+  return std::nullopt;
 }
 
 // Web views.

@@ -8,11 +8,16 @@
 // in the folder of the profile's media, so that a card's relative links find its media; the
 // frames can't send the page's cookie, so the token is what admits them (read-only).
 //
+// A file offered for download goes to the tab the user last acted in (each tab's stream tells
+// it its number, which it sends with its events): a job that ends in a download began with a
+// click there, and the frozen interface kept the other tabs still meanwhile.
+//
 // Threads: the Ui calls, web-view calls and audio calls come on the main loop. connect(),
-// disconnect(), Client::next(), handleEvent(), the upload calls, evalResult(), pageDocument()
-// and mediaFolder() come on the HTTP server's threads. `_m` guards the shown state, the
-// clients, the pending script calls, the web pages and the media folder; the alerts'
-// callbacks, the web views and the audio players by id belong to the main loop alone.
+// disconnect(), Client::next(), handleEvent(), the upload calls, download(), evalResult(),
+// pageDocument() and mediaFolder() come on the HTTP server's threads. `_m` guards the shown
+// state, the clients, the pending script calls, the web pages, the media folder, the offered
+// downloads and the last tab; the alerts' callbacks, the web views and the audio players by id
+// belong to the main loop alone.
 
 #include <condition_variable>
 #include <cstdint>
@@ -43,9 +48,11 @@ class BrowserBridge : public Ui {
     // stream is closed).
     bool next(std::string& message, double timeout);
     bool closed() const;
+    uint64_t id() const { return _id; }
 
    private:
     friend class BrowserBridge;
+    uint64_t _id = 0;
     // Guards the queue and the closed flag: the bridge pushes, the tab's HTTP thread takes.
     mutable std::mutex _m;
     std::condition_variable _cv;
@@ -82,8 +89,16 @@ class BrowserBridge : public Ui {
   void disconnect(const std::shared_ptr<Client>& client);
   size_t clientCount() const;
 
-  // A tab's report, as parsed JSON. Checked here, then acted on on the main loop.
-  Result handleEvent(const Json& event);
+  // A tab's report, as parsed JSON, from the tab numbered `tab` (0: unknown). Checked here,
+  // then acted on on the main loop.
+  Result handleEvent(const Json& event, uint64_t tab = 0);
+
+  // A file offered for download, by the token of its address "/download/TOKEN".
+  struct Download {
+    std::string path;
+    std::string name;
+  };
+  std::optional<Download> download(const std::string& token) const;
 
   // An upload coming in: a spinner on every tab shows how far it is, until it ends, however.
   void uploadStarted();
@@ -123,6 +138,7 @@ class BrowserBridge : public Ui {
   const std::string& token() const { return _options.token; }
   std::string mediaFolder() const;
   std::optional<std::string> pageDocument(const std::string& id) const;
+  void offerDownload(const std::string& path, const std::string& name) override;
 
   // For BrowserWebView, on the main loop.
   void _loadWebPage(BrowserWebView& view, const std::string& html, const std::string& baseUrl);
@@ -172,6 +188,10 @@ class BrowserBridge : public Ui {
   std::map<uint64_t, std::shared_ptr<PendingEval>> _evals;
   uint64_t _nextEval = 1;
   bool _closed = false;
+  uint64_t _nextClient = 1;
+  uint64_t _lastTab = 0;
+  // Newest last; the oldest goes beyond a few.
+  std::vector<std::pair<std::string, Download>> _downloads;
 
   // Main loop only.
   std::map<uint64_t, AlertCallback> _alertCallbacks;

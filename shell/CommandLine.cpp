@@ -19,7 +19,11 @@
 #include "librivo/MediaManager.h"
 #include "librivo/Scheduler.h"
 #include "librivo/Utils.h"
+#include "shell/BackupCommand.h"
+#include "shell/BackupsCommand.h"
+#include "shell/ExportCommand.h"
 #include "shell/ImportCommand.h"
+#include "shell/RestoreCommand.h"
 #include "shell/ServeCommand.h"
 #include "shell/StudySession.h"
 #include "shell/SyncCommand.h"
@@ -89,17 +93,25 @@ int withApp(const Settings& s, bool createMissing, const std::function<void(AppD
   return app.run();
 }
 
-// The database check runs as a job, as it does from the settings; its text is the result.
+// The database check runs as a job, as it does from the settings, after a forced backup that
+// holds the state before any repair; without that backup nothing is repaired. Its text is the
+// result.
 void runCheck(AppDelegate& app) {
-  // A forced backup is taken here first once backups exist.
   auto text = std::make_shared<std::string>();
+  auto backup = std::make_shared<BackupFolder::Result>();
   app.doWork(
       "Checking...",
-      [&app, text] {
+      [&app, text, backup] {
+        *backup = app.performBackup(true, "Creating Backup...");
+        if (backup->outcome != BackupFolder::Result::Outcome::written) return;
         *text = app.col()->fixIntegrity();
         if (text->empty()) *text = "Database rebuilt and optimized.";
       },
-      [text] { std::printf("%s\n", text->c_str()); });
+      [text, backup] {
+        if (backup->outcome != BackupFolder::Result::Outcome::written)
+          throw std::runtime_error("Backup failed: " + backup->error);
+        std::printf("%s\n", text->c_str());
+      });
 }
 
 // Studies the current deck, or the named one selected first, as the study screen does.
@@ -264,6 +276,27 @@ int CommandLine::main(int argc, char** argv) {
   sync->add_flag("--no-media", syncArgs.noMedia,
                  "leave the media alone this time (the profile's \"downloadMedia\" decides "
                  "otherwise)");
+  CLI::App* exportCmd = cli.add_subcommand(
+      "export", "Write a package (.rpkg) of the collection, or of a deck with its children.");
+  ExportCommand::Options exportOptions;
+  std::string exportDeck;
+  bool noSched = false, noMedia = false;
+  exportCmd->add_option("file", exportOptions.file, "the package to write")->required();
+  exportCmd->add_option("--deck", exportDeck, "export this deck and its children only");
+  exportCmd->add_flag("--no-sched", noSched, "every card new, no review history");
+  exportCmd->add_flag("--no-media", noMedia, "leave the media files out");
+  CLI::App* backup = cli.add_subcommand(
+      "backup", "Back the collection up, unless the newest backup is recent (see --force).");
+  bool forceBackup = false;
+  backup->add_flag("--force", forceBackup, "back up whatever the limits say");
+  CLI::App* backups =
+      cli.add_subcommand("backups", "List the backups, newest first: name, date, size.");
+  CLI::App* restore = cli.add_subcommand(
+      "restore", "Revert the collection to a backup (asks first on a terminal).");
+  RestoreCommand::Options restoreOptions;
+  restore->add_option("name", restoreOptions.name, "the backup, as `rivo backups` lists it")
+      ->required();
+  restore->add_flag("--yes", restoreOptions.yes, "revert without asking");
   try {
     cli.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -304,6 +337,20 @@ int CommandLine::main(int argc, char** argv) {
     if (sync->parsed())
       return withApp(
           s, false, [&](AppDelegate& app) { SyncCommand::run(app, syncArgs); }, true);
+    if (exportCmd->parsed()) {
+      exportOptions.file = fs::absolute(exportOptions.file).string();
+      if (exportCmd->count("--deck")) exportOptions.deck = exportDeck;
+      exportOptions.includeSched = !noSched;
+      exportOptions.includeMedia = !noMedia;
+      return withApp(s, false, [&](AppDelegate& app) { ExportCommand::run(app, exportOptions); });
+    }
+    if (backup->parsed())
+      return withApp(s, false, [&](AppDelegate& app) { BackupCommand::run(app, forceBackup); });
+    if (backups->parsed()) return withApp(s, false, BackupsCommand::run);
+    if (restore->parsed()) {
+      restoreOptions.interactive = isatty(STDIN_FILENO) == 1;
+      return withApp(s, false, [&](AppDelegate& app) { RestoreCommand::run(app, restoreOptions); });
+    }
     if (study->parsed())
       return withApp(s, false, [&](AppDelegate& app) {
         runStudy(app, study->count("--deck") ? &studyDeck : nullptr);

@@ -9,6 +9,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -101,14 +102,6 @@ const char* contentType(const std::string& name) {
 void answer(httplib::Response& res, int status, const Json& body) {
   res.status = status;
   res.set_content(body.dump(), "application/json");
-}
-
-std::string sizeText(uint64_t bytes) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f %s",
-                static_cast<double>(bytes) / (bytes >= (1 << 30) ? (1 << 30) : (1 << 20)),
-                bytes >= (1 << 30) ? "GB" : "MB");
-  return text;
 }
 
 uint64_t declaredLength(const httplib::Request& req) {
@@ -335,6 +328,9 @@ void WebServer::_routes() {
         },
         [bridge, client](bool) { bridge->disconnect(client); });
   });
+  s.Get(R"(/download/([0-9a-f]{32}))", [this](const httplib::Request& req, httplib::Response& res) {
+    _download(req.matches[1], res);
+  });
   s.Post("/upload", [this](const httplib::Request& req, httplib::Response& res,
                            const httplib::ContentReader& read) { _upload(req, res, read); });
   s.Post("/event", [this](const httplib::Request& req, httplib::Response& res) {
@@ -362,7 +358,12 @@ void WebServer::_routes() {
       answer(res, 400, {{"error", "Nested too deeply."}});
       return;
     }
-    switch (_bridge.handleEvent(event)) {
+    uint64_t tab = 0;
+    try {
+      tab = std::stoull(req.get_header_value("X-Rivo-Tab"));
+    } catch (const std::exception&) {
+    }
+    switch (_bridge.handleEvent(event, tab)) {
       case BrowserBridge::Result::ok:
         answer(res, 200, {{"ok", true}});
         break;
@@ -380,6 +381,38 @@ void WebServer::_routes() {
         break;
     }
   });
+}
+
+void WebServer::_download(const std::string& token, httplib::Response& res) {
+  const std::optional<BrowserBridge::Download> file = _bridge.download(token);
+  auto fd = std::make_shared<int>(file ? ::open(file->path.c_str(), O_RDONLY | O_CLOEXEC) : -1);
+  struct stat st {};
+  if (*fd < 0 || fstat(*fd, &st) != 0) {
+    if (*fd >= 0) ::close(*fd);
+    res.status = 404;
+    res.set_content("That file is no longer there.\n", "text/plain");
+    return;
+  }
+  // The name as it is where it can be (UTF-8, percent-escaped), and a plain one for the rest.
+  std::string plain, escaped;
+  for (unsigned char c : file->name) {
+    plain += (c < 0x20 || c >= 0x7f || c == '"' || c == '\\') ? '_' : static_cast<char>(c);
+    char hex[4];
+    std::snprintf(hex, sizeof hex, "%%%02X", c);
+    escaped += std::isalnum(c) || c == '.' || c == '-' || c == '_'
+                   ? std::string(1, static_cast<char>(c))
+                   : hex;
+  }
+  res.set_header("Content-Disposition",
+                 "attachment; filename=\"" + plain + "\"; filename*=UTF-8''" + escaped);
+  res.set_content_provider(
+      static_cast<size_t>(st.st_size), "application/octet-stream",
+      [fd](size_t offset, size_t length, httplib::DataSink& sink) {
+        std::string piece(std::min<size_t>(length, 1 << 20), '\0');
+        const ssize_t n = ::pread(*fd, piece.data(), piece.size(), static_cast<off_t>(offset));
+        return n > 0 && sink.write(piece.data(), static_cast<size_t>(n));
+      },
+      [fd](bool) { ::close(*fd); });
 }
 
 void WebServer::_refuseUpload(httplib::Response& res, int status, const std::string& text) {

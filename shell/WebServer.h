@@ -3,7 +3,8 @@
 // events it posts. Every request must carry this run's secret (as the cookie the first visit
 // with the secret in the URL sets), a Host that names the address listened on (no DNS
 // rebinding) and, when it has an Origin, our own; anything else gets 403 and changes nothing.
-// Bodies are small JSON events, but for uploads, which are streamed to disk.
+// Bodies are small JSON events, but for uploads, which are streamed to disk; files offered for
+// download are streamed from disk under a random token, behind the same checks.
 // The one exception is read-only: the frames' documents, the profile's media and the
 // resources, under this run's token (BrowserBridge::token()) and from an allowed Host.
 //
@@ -65,6 +66,8 @@ class WebServer {
   // within the size limit and the free space, then handed to the screen's button.
   void _upload(const httplib::Request& req, httplib::Response& res,
                const httplib::ContentReader& read);
+  // GET /download/TOKEN: a file the bridge offered, as an attachment under its name.
+  void _download(const std::string& token, httplib::Response& res);
   // A refusal the user hears of, as an alert on every tab, and the same text in the answer.
   void _refuseUpload(httplib::Response& res, int status, const std::string& text);
   // "/m/TOKEN/..." and "/r/TOKEN/..." with this run's token, read from an allowed Host.

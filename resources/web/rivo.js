@@ -4,7 +4,7 @@
 // tab, shows the same thing.
 'use strict';
 
-const state = { screen: null, alerts: [], popup: null, web: {} };
+const state = { screen: null, alerts: [], popup: null, web: {}, tab: 0 };
 const $ = (id) => document.getElementById(id);
 let busyScreenEvent = false;  // one screen event in flight at a time: no double actions
 
@@ -14,7 +14,8 @@ async function post(event) {
   try {
     const res = await fetch('/event', {
       method: 'POST',
-      headers: { 'Content-Type': 'application/json' },
+      // The tab's number: a file the action ends in is downloaded here.
+      headers: { 'Content-Type': 'application/json', 'X-Rivo-Tab': String(state.tab) },
       body: JSON.stringify(event),
       credentials: 'same-origin',
     });
@@ -82,6 +83,7 @@ function connect() {
   });
   const on = (name, fn) => source.addEventListener(name, (m) => fn(JSON.parse(m.data)));
   on('state', (s) => {
+    state.tab = s.tab || 0;
     state.web = s.web || {};
     setTint(s.tint);
     setScreen(s.screen);
@@ -98,6 +100,15 @@ function connect() {
     if (frame) loadFrame(frame, page);
   });
   on('webGone', (g) => { delete state.web[g.id]; });
+  on('download', (d) => {
+    const a = el('a');
+    a.href = d.url;
+    a.download = d.name;
+    a.hidden = true;
+    document.body.append(a);
+    a.click();
+    a.remove();
+  });
   on('eval', (call) => {
     const frame = frameOf(call.web);
     if (frame && frame.contentWindow) frame.contentWindow.postMessage({ rivo: 'eval', call: call.call, script: call.script }, '*');
@@ -320,6 +331,7 @@ function renderRow(row, tree) {
     li.append(input);
   }
   if (row.slider) li.append(renderSlider(row));
+  if ('switch' in row) li.append(switchControl(row));
   if (row.accessory === 'push') li.append(accessory('chevron'));
   if (row.accessory === 'check') li.append(accessory('check', 'check'));
   if (row.canDelete) {
@@ -340,8 +352,9 @@ function renderRow(row, tree) {
   li.setAttribute('role', 'listitem');
   li.addEventListener('click', (e) => {
     if (li.classList.contains('swiped')) { li.classList.remove('swiped'); return; }
-    if (longPressed || e.target.closest('input')) return;
+    if (longPressed || e.target.closest('input, .switch')) return;
     li.focus({ preventScroll: true });
+    if ('switch' in row) { flipSwitch(li); return; }
     if (selectable) sendScreen('row', row.id, 'select');
   });
   if (row.hasMenu) {
@@ -366,6 +379,26 @@ function renderSlider(row) {
   input.addEventListener('keydown', (e) => e.stopPropagation());
   wrap.append(input, label);
   return wrap;
+}
+
+// A switch sends its new state at once; a tap anywhere on its row flips it too.
+function switchControl(row) {
+  const label = el('label', 'switch');
+  const input = el('input');
+  input.type = 'checkbox';
+  input.setAttribute('role', 'switch');
+  input.checked = !!row.switch;
+  input.setAttribute('aria-label', row.text);
+  input.addEventListener('change', () => sendScreen('row', row.id, 'change', input.checked));
+  label.append(input, el('span', 'knob'));
+  return label;
+}
+
+function flipSwitch(li) {
+  const input = li.querySelector('.switch input');
+  if (!input || frozen()) return;
+  input.checked = !input.checked;
+  input.dispatchEvent(new Event('change'));
 }
 
 function accessory(name, extra) {
@@ -462,6 +495,7 @@ document.addEventListener('keydown', (e) => {
     case 'Home': if (list.length) { list[0].focus(); e.preventDefault(); } return;
     case 'End': if (list.length) { list[list.length - 1].focus(); e.preventDefault(); } return;
     case 'Enter': case ' ':
+      if (screenRow && 'switch' in screenRow) { flipSwitch(row); e.preventDefault(); return; }
       if (screenRow && screenRow.selectable !== false) { sendScreen('row', screenRow.id, 'select'); e.preventDefault(); }
       return;
     case 'ArrowRight': case 'ArrowLeft':

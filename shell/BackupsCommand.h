@@ -1,0 +1,16 @@
+#pragma once
+// `rivo backups`: the backups in the backup folder (those of every profile), newest first, one a
+// line: the file name, the date and the size, separated by tabs. Main loop of a launched
+// application only.
+
+namespace rivo {
+
+class AppDelegate;
+
+class BackupsCommand {
+ public:
+  // Raises std::runtime_error when the folder can't be read.
+  static void run(AppDelegate& app);
+};
+
+}  // namespace rivo

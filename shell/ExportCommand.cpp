@@ -1,0 +1,45 @@
+#include "shell/ExportCommand.h"
+
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+
+#include "app/AppDelegate.h"
+#include "librivo/Col.h"
+#include "librivo/DeckManager.h"
+#include "librivo/RivoPackageExporter.h"
+
+namespace rivo {
+
+void ExportCommand::run(AppDelegate& app, const Options& options) {
+  std::optional<Id> did;
+  if (options.deck) {
+    did = app.col()->decks().getID(*options.deck, false);
+    if (!*did)
+      throw std::runtime_error("Error in export: There is no deck named '" + *options.deck + "'.");
+  }
+  struct Outcome {
+    bool ok = false;
+    std::string error;
+    int64_t cards = 0;
+    int media = 0;
+  };
+  auto outcome = std::make_shared<Outcome>();
+  app.doWork(
+      "Exporting...",
+      [&app, options, did, outcome] {
+        RivoPackageExporter exporter(*app.col(), did);
+        exporter.includeSched = options.includeSched;
+        exporter.includeMedia = options.includeMedia;
+        outcome->ok = exporter.copyInto(options.file, &outcome->error);
+        outcome->cards = exporter.count();
+        outcome->media = exporter.mediaCount();
+      },
+      [options, outcome] {
+        if (!outcome->ok) throw std::runtime_error("Error in export: " + outcome->error);
+        std::printf("Exported %lld cards and %d media files to %s.\n",
+                    static_cast<long long>(outcome->cards), outcome->media, options.file.c_str());
+      });
+}
+
+}  // namespace rivo
