@@ -97,6 +97,9 @@ class FakeUi : public Ui {
     return player;
   }
   void openURL(const std::string& url) override { events.push_back("open:" + url); }
+  void offerDownload(const std::string& path, const std::string& name) override {
+    events.push_back("download:" + name + "|" + path);
+  }
 
   // Answers the last text question with the OK button and this text.
   void type(const std::string& text) {
