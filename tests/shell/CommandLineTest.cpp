@@ -335,5 +335,40 @@ TEST_F(Study, ImportMergesOrReplacesAndRefusesABadPackageInOneLine) {
   EXPECT_EQ(count("select count() from notes"), 1);
 }
 
+TEST_F(Study, ExportBackupListAndRestoreEachSayWhatTheyDid) {
+  const std::string rivoData = "--data " + data() + " ";
+  Result r = rivo(rivoData + "export " + quote(dir.file("es.rpkg")) + " --deck Spanish --no-sched",
+                  scratch);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "Exported 1 cards and 0 media files to " + dir.file("es.rpkg") + ".\n");
+  for (const std::string& bad : {"export " + quote(dir.file("none/x.rpkg")),
+                                 "export " + quote(dir.file("x.rpkg")) + " --deck Nope"}) {
+    r = rivo(rivoData + bad, scratch);
+    EXPECT_EQ(r.status, 1) << bad;
+    EXPECT_EQ(r.err.rfind("rivo: Error in export: ", 0), 0u) << r.err;
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir.file("x.rpkg")));
+
+  const std::string backups = dir.file("data/Documents/");
+  r = rivo(rivoData + "backup", scratch);
+  EXPECT_EQ(r.out, "Backup written: " + backups + "backup-User 1-1.rpkg\n") << r.err;
+  EXPECT_EQ(rivo(rivoData + "backup", scratch).out.rfind("No backup was needed", 0), 0u);
+  EXPECT_EQ(rivo(rivoData + "backup --force", scratch).status, 0);
+  r = rivo(rivoData + "backups", scratch);
+  EXPECT_EQ(occurrences(r.out, "backup-User 1-"), 2u) << r.out;
+
+  // The restore backs up the state it replaces first (number 3), then reverts to number 1.
+  addNotes(collection(), {{"Added later", "", "Default"}});
+  r = rivo(rivoData + "restore 1", scratch);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "Reverted to backup. The collection as it was is kept in " + backups +
+                       "backup-User 1-3.rpkg.\n");
+  EXPECT_EQ(count("select count() from notes"), 3);
+  r = rivo(rivoData + "restore 42", scratch);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "rivo: There is no backup 42 in " + dir.file("data/Documents") +
+                       " (rivo backups lists them).\n");
+}
+
 }  // namespace
 }  // namespace rivo

@@ -242,6 +242,31 @@ TEST_F(WebServerTest, ATabGetsTheWholeStateFirstAndTheLastTabGoneSavesAsInTheBac
   bridge.disconnect(client);
 }
 
+TEST_F(WebServerTest, AnOfferedFileDownloadsUnderItsNameOnlyWithTheSecret) {
+  auto tab = bridge.connect();
+  std::string message;
+  ASSERT_TRUE(tab->next(message, 1));  // the state
+  test::writeFile(dir.file("Lang - French.rpkg"), "package bytes");
+  bridge.offerDownload(dir.file("Lang - French.rpkg"), "Lang - Français.rpkg");
+  ASSERT_TRUE(tab->next(message, 1));
+  ASSERT_EQ(message.rfind("event: download\ndata: ", 0), 0u) << message;
+  const std::string url = Json::parse(message.substr(message.find('{')))["url"];
+
+  auto r = get(url, ours());
+  ASSERT_TRUE(r);
+  EXPECT_EQ(r->status, 200);
+  EXPECT_EQ(r->body, "package bytes");
+  // A plain name for old clients, the UTF-8 one escaped (which the HTTP client decodes).
+  EXPECT_EQ(r->get_header_value("Content-Disposition"),
+            "attachment; filename=\"Lang - Fran__ais.rpkg\"; "
+            "filename*=UTF-8''Lang - Fran\u00e7ais.rpkg");
+  EXPECT_EQ(get(url, {{"Host", host}})->status, 403);
+  EXPECT_EQ(get("/download/0123456789abcdef0123456789abcdef", ours())->status, 404);
+  std::filesystem::remove(dir.file("Lang - French.rpkg"));
+  EXPECT_EQ(get(url, ours())->status, 404);
+  bridge.disconnect(tab);
+}
+
 TEST_F(WebServerTest, AWebViewRunsScriptsInTheTabAndWaitsBriefly) {
   std::unique_ptr<WebView> view = bridge.makeWebView();
   view->loadHTMLString("<p>page</p>", "");
