@@ -1,10 +1,7 @@
 #include "shell/BrowserBridge.h"
 
-#include <openssl/rand.h>
-
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 
 #include <openssl/rand.h>
 
@@ -24,19 +21,6 @@ namespace {
 const size_t kMaxText = 64 * 1024;
 // Files offered for download that can still be fetched.
 const size_t kMaxDownloads = 8;
-
-// 32 random hexadecimal digits; empty when the system has no random bytes to give.
-std::string randomHex() {
-  unsigned char bytes[16];
-  if (RAND_bytes(bytes, sizeof bytes) != 1) return "";
-  std::string out;
-  char hex[3];
-  for (unsigned char b : bytes) {
-    std::snprintf(hex, sizeof hex, "%02x", b);
-    out += hex;
-  }
-  return out;
-}
 
 bool isShortString(const Json& e, const char* key, size_t max = kMaxText) {
   auto it = e.find(key);
@@ -493,8 +477,12 @@ void BrowserBridge::setTint(const std::string& tint) {
 }
 
 void BrowserBridge::offerDownload(const std::string& path, const std::string& name) {
-  const std::string token = randomHex();
-  if (token.empty()) return;
+  std::string token;
+  try {
+    token = randomToken().substr(0, 32);
+  } catch (const std::exception&) {
+    return;  // no token that can't be guessed, no download
+  }
   std::lock_guard lock(_m);
   _downloads.emplace_back(token, Download{path, name});
   if (_downloads.size() > kMaxDownloads) _downloads.erase(_downloads.begin());
