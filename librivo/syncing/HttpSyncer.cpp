@@ -1,6 +1,5 @@
 #include "librivo/syncing/HttpSyncer.h"
 
-#include <curl/curl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 #include "librivo/Compression.h"
 #include "librivo/SysLog.h"
 #include "librivo/Version.h"
+#include "librivo/syncing/CurlLibrary.h"
 #include "librivo/syncing/SyncListener.h"
 
 #ifndef RIVO_SYNC_BASE
@@ -69,11 +69,6 @@ std::string sessionKey() {
   return checksum(std::to_string(value)).substr(0, 8);
 }
 
-void initCurlOnce() {
-  static std::once_flag once;
-  std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-}
-
 }  // namespace
 
 std::string syncBase() {
@@ -116,7 +111,6 @@ std::optional<Error> errorForStatus(long status) {
 
 HttpSyncer::HttpSyncer(std::string key, Json postVars)
     : hkey(std::move(key)), _postVars(std::move(postVars)), _skey(sessionKey()) {
-  initCurlOnce();
   if (_postVars.is_null()) _postVars = Json::object();
 }
 
@@ -265,7 +259,13 @@ int seekBody(void* file, curl_off_t offset, int origin) {
 }  // namespace
 
 void HttpSyncer::_run(std::string url) {
-  CURL* curl = curl_easy_init();
+  std::string loadError;
+  const CurlLibrary* lib = CurlLibrary::get(&loadError);
+  if (!lib) {
+    _finish(makeError("syncError", loadError));
+    return;
+  }
+  CURL* curl = lib->easy_init();
   if (!curl) {
     _finish(makeError("network", "The network library could not start."));
     return;
@@ -273,37 +273,37 @@ void HttpSyncer::_run(std::string url) {
   char errbuf[CURL_ERROR_SIZE] = {0};
   const std::string contentType =
       std::string("Content-Type: multipart/form-data; boundary=") + kBoundary;
-  curl_slist* headers = curl_slist_append(nullptr, contentType.c_str());
+  curl_slist* headers = lib->slist_append(nullptr, contentType.c_str());
   const std::string agent = std::string("rivo/") + kVersion;
 
-  curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-  curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, errbuf);
-  curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(curl, CURLOPT_USERAGENT, agent.c_str());
-  curl_easy_setopt(curl, CURLOPT_POST, 1L);
-  curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
-  curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(_bodySize));
-  curl_easy_setopt(curl, CURLOPT_READFUNCTION, readBody);
-  curl_easy_setopt(curl, CURLOPT_READDATA, _body);
+  lib->easy_setopt(curl, CURLOPT_URL, url.c_str());
+  lib->easy_setopt(curl, CURLOPT_ERRORBUFFER, errbuf);
+  lib->easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+  lib->easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
+  lib->easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+  lib->easy_setopt(curl, CURLOPT_USERAGENT, agent.c_str());
+  lib->easy_setopt(curl, CURLOPT_POST, 1L);
+  lib->easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
+  lib->easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(_bodySize));
+  lib->easy_setopt(curl, CURLOPT_READFUNCTION, readBody);
+  lib->easy_setopt(curl, CURLOPT_READDATA, _body);
   // The body can be sent again from its file, as a redirect or an authentication may need.
-  curl_easy_setopt(curl, CURLOPT_SEEKFUNCTION, seekBody);
-  curl_easy_setopt(curl, CURLOPT_SEEKDATA, _body);
-  curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
-  curl_easy_setopt(curl, CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_ALL));
-  curl_easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, "");
-  curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(timeout * 1000));
-  curl_easy_setopt(
+  lib->easy_setopt(curl, CURLOPT_SEEKFUNCTION, seekBody);
+  lib->easy_setopt(curl, CURLOPT_SEEKDATA, _body);
+  lib->easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
+  lib->easy_setopt(curl, CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_ALL));
+  lib->easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, "");
+  lib->easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(timeout * 1000));
+  lib->easy_setopt(
       curl, CURLOPT_WRITEFUNCTION, +[](char* data, size_t size, size_t count, void* self) {
         auto* s = static_cast<HttpSyncer*>(self);
         size_t n = std::fwrite(data, size, count, s->_download) * size;
         if (s->listener && n) s->listener->receivedData(static_cast<int64_t>(n));
         return n;
       });
-  curl_easy_setopt(curl, CURLOPT_WRITEDATA, this);
-  curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
-  curl_easy_setopt(
+  lib->easy_setopt(curl, CURLOPT_WRITEDATA, this);
+  lib->easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+  lib->easy_setopt(
       curl, CURLOPT_XFERINFOFUNCTION,
       +[](void* self, curl_off_t, curl_off_t dlnow, curl_off_t ultotal, curl_off_t ulnow) {
         auto* s = static_cast<HttpSyncer*>(self);
@@ -324,16 +324,16 @@ void HttpSyncer::_run(std::string url) {
         }
         return 0;
       });
-  curl_easy_setopt(curl, CURLOPT_XFERINFODATA, this);
+  lib->easy_setopt(curl, CURLOPT_XFERINFODATA, this);
 
   _lastActivity = std::chrono::steady_clock::now();
   _lastReceivedTotal = 0;
   _timedOut = false;
-  CURLcode rc = curl_easy_perform(curl);
+  CURLcode rc = lib->easy_perform(curl);
   long status = 0;
-  curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
-  curl_slist_free_all(headers);
-  curl_easy_cleanup(curl);
+  lib->easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+  lib->slist_free_all(headers);
+  lib->easy_cleanup(curl);
 
   if (_timedOut) {
     _finish(makeError("network", "The request timed out: nothing moved for " +
@@ -341,7 +341,7 @@ void HttpSyncer::_run(std::string url) {
     return;
   }
   if (rc != CURLE_OK) {
-    std::string text = curl_easy_strerror(rc);
+    std::string text = lib->easy_strerror(rc);
     if (errbuf[0]) text += std::string(": ") + errbuf;
     _finish(makeError("network", text));
     return;

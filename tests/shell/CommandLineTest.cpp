@@ -96,6 +96,19 @@ TEST_F(CommandLine, BadUsageExitsTwoAndHelpZero) {
   EXPECT_EQ(rivo("--help", scratch).status, 0);
 }
 
+// Every command would pay for loading libcurl and the libraries it pulls in; only a sync opens it.
+TEST(Binary, DoesNotLinkTheHttpClient) {
+  std::string cmd = std::string("readelf -d ") + quote(RIVO_BINARY);
+  std::unique_ptr<FILE, int (*)(FILE*)> p(popen(cmd.c_str(), "r"), pclose);
+  ASSERT_TRUE(p);
+  std::string out;
+  std::array<char, 4096> buf{};
+  size_t n;
+  while ((n = fread(buf.data(), 1, buf.size(), p.get())) > 0) out.append(buf.data(), n);
+  ASSERT_NE(out.find("NEEDED"), std::string::npos);
+  EXPECT_EQ(out.find("libcurl"), std::string::npos) << out;
+}
+
 TEST_F(CommandLine, ProblemsGiveOneLineAndExitOne) {
   // A data folder that isn't there (for anything but init and the application).
   Result r = rivo("--data " + data() + " check", scratch);
