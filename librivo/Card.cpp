@@ -10,6 +10,7 @@
 #include "librivo/DeckManager.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Note.h"
+#include "librivo/StoredCodes.h"
 #include "librivo/Utils.h"
 
 namespace rivo {
@@ -18,7 +19,7 @@ namespace {
 
 int64_t modelType(const Json& model) {
   auto t = model.find("type");
-  return t == model.end() ? 0 : jsonInt(*t);
+  return t == model.end() ? kModelStandard : jsonInt(*t);
 }
 
 }  // namespace
@@ -97,8 +98,9 @@ const Json* Card::template_() {
   if (!m) return nullptr;
   auto tmpls = m->find("tmpls");
   if (tmpls == m->end() || !tmpls->is_array() || tmpls->empty()) return nullptr;
-  // A cloze type has one template that serves every ordinal.
-  if (modelType(*m) != 0) return &(*tmpls)[0];
+  // A cloze type has one template that serves every ordinal. Any type but standard takes it
+  // here, while generation tests for cloze exactly: meant, every device picks templates so.
+  if (modelType(*m) != kModelStandard) return &(*tmpls)[0];
   if (ord < 0 || static_cast<size_t>(ord) >= tmpls->size()) return nullptr;
   return &(*tmpls)[static_cast<size_t>(ord)];
 }
@@ -154,7 +156,7 @@ bool Card::isEmpty() {
 std::string Card::emptyMessage() {
   const Json* m = model();
   char buf[512];
-  if (m && modelType(*m) == 1)
+  if (m && modelType(*m) == kModelCloze)
     std::snprintf(buf, sizeof buf, kMissingClozeFormat, ord + 1, kSupportSite);
   else
     std::snprintf(buf, sizeof buf, kBlankFrontFormat, kSupportSite);

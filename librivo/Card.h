@@ -8,6 +8,7 @@
 
 #include "librivo/Col.h"
 #include "librivo/Json.h"
+#include "librivo/StoredCodes.h"
 #include "librivo/Value.h"
 
 namespace rivo {
@@ -84,8 +85,8 @@ class Card {
   int64_t crt = 0;
   int64_t mod = 0;
   int usn = 0;
-  int type = 0;
-  int queue = 0;
+  int type = kTypeNew;    // a kType code
+  int queue = kQueueNew;  // a kQueue code
   int64_t due = 0;
   int64_t ivl = 0;
   int factor = 0;

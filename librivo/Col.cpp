@@ -21,6 +21,7 @@
 #include "librivo/ModelManager.h"
 #include "librivo/Note.h"
 #include "librivo/Scheduler.h"
+#include "librivo/StoredCodes.h"
 #include "librivo/SysLog.h"
 #include "librivo/TagManager.h"
 #include "librivo/Template.h"
@@ -30,6 +31,10 @@
 namespace fs = std::filesystem;
 
 namespace rivo {
+
+// SQL text here compares stored codes as numbers (names in StoredCodes.h): queue 0 new,
+// 1 learning, 2 review, 3 learning on a later day, -1 suspended, -2 buried; type 0 new,
+// 1 learning, 2 review.
 
 namespace {
 
@@ -264,6 +269,7 @@ bool Col::basicCheck() {
                   "not in " +
                   modelIds(_models->models()) + " limit 1"))
     return false;
+  // The first test again, meant: the check runs this sequence wherever it runs.
   if (_db->scalar(orphanCards)) return false;
   for (const auto& [mid, ords] : untypedModelOrds(_models->models())) {
     if (_db->scalar("select 1 from cards where ord not in " + ords +
@@ -389,7 +395,7 @@ void Col::remCards(const std::vector<Id>& ids) {
   if (ids.empty()) return;
   std::string sids = ids2str(ids);
   std::vector<Id> nids = idsOf(_db->list("select nid from cards where id in " + sids));
-  _logRem(ids, 0);
+  _logRem(ids, kGraveCard);
   _db->run("delete from cards where id in " + sids);
   std::vector<Id> orphans = idsOf(_db->list("select id from notes where id in " + ids2str(nids) +
                                             " and id not in (select nid from cards)"));
@@ -402,7 +408,7 @@ void Col::remNotes(const std::vector<Id>& ids) {
 
 void Col::_remNotes(const std::vector<Id>& ids) {
   if (ids.empty()) return;
-  _logRem(ids, 1);
+  _logRem(ids, kGraveNote);
   _db->run("delete from notes where id in " + ids2str(ids));
 }
 
@@ -545,7 +551,7 @@ const Json& modelOf(Col& col, const Note& note) {
   return m ? *m : note.model();
 }
 bool isCloze(const Json& model) {
-  return model.is_object() && model.contains("type") && jsonInt(model["type"]) == 1;
+  return model.is_object() && model.contains("type") && jsonInt(model["type"]) == kModelCloze;
 }
 Json deckOf(const Json& obj) {
   return obj.is_object() && obj.contains("did") ? obj["did"] : Json();
@@ -727,9 +733,9 @@ void Col::remEmptyCards(const std::vector<Id>&) {
 
 std::vector<Card> Col::previewCards(Note& note, int type) {
   std::vector<Json> tmpls;
-  if (type == 0) {
+  if (type == kPreviewApplicable) {
     tmpls = findTemplates(note);
-  } else if (type == 1) {
+  } else if (type == kPreviewExisting) {
     for (Card& c : note.cards()) {
       if (const Json* t = c.template_()) tmpls.push_back(*t);
     }
@@ -864,9 +870,10 @@ RenderedQA Col::_renderQA(const Row& row, const std::optional<std::string>& qfmt
   if (model) {
     auto t = model->find("tmpls");
     if (t != model->end()) tmpls = &*t;
-    // A cloze type has one template for every deletion number.
+    // A cloze type has one template for every deletion number. Any type but standard counts
+    // here, unlike isCloze above: meant, as the card's own template lookup reads it so.
     auto type = model->find("type");
-    cloze = type != model->end() && jsonInt(*type) != 0;
+    cloze = type != model->end() && jsonInt(*type) != kModelStandard;
   }
   const int64_t ti = cloze ? 0 : ord;
   if (!tmpls || !tmpls->is_array() || ti < 0 || static_cast<size_t>(ti) >= tmpls->size()) {

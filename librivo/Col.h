@@ -96,8 +96,9 @@ class Col {
   void remEmptyCards(const std::vector<Id>& ids);
   // Inserts new cards: seven values each (id, nid, did, ord, mod, usn, due).
   void _insertCards(const std::vector<int64_t>& values);
-  // Unsaved cards: type 0 those the fields call for, 1 the note's cards, else every template.
-  std::vector<Card> previewCards(Note& note, int type = 0);
+  // Unsaved cards: those the fields call for, the note's own cards, or one per template.
+  enum PreviewType { kPreviewApplicable = 0, kPreviewExisting = 1, kPreviewAll = 2 };
+  std::vector<Card> previewCards(Note& note, int type = kPreviewApplicable);
   Card _newCard(Note& note, const Json& tmpl, int64_t due, bool flush = true);
   // The new card's row alone: _newCard without the copy of the note or the write. `ord` is
   // the card's, which for a cloze type isn't the template's.

@@ -11,6 +11,7 @@
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/Scheduler.h"
+#include "librivo/StoredCodes.h"
 #include "librivo/SysLog.h"
 #include "librivo/Utils.h"
 
@@ -382,7 +383,7 @@ void DeckManager::removeDeck(const Json& did, bool cards, bool children) {
   }
   Id id = idOfKey(key);
   // The grave goes first, so a deck removed elsewhere still reaches the other side.
-  _col._logRem({id}, 2);
+  _col._logRem({id}, kGraveDeck);
   auto it = _decks.find(key);
   if (it == _decks.end()) return;
 

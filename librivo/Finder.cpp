@@ -19,9 +19,14 @@
 #include "librivo/Json.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Scheduler.h"
+#include "librivo/StoredCodes.h"
 #include "librivo/Utils.h"
 
 namespace rivo {
+
+// SQL text here compares stored codes as numbers (names in StoredCodes.h): queue 0 new,
+// 1 learning, 2 review, 3 learning on a later day, -1 suspended, -2 buried; type 0 new,
+// 1 learning, 2 review.
 
 namespace {
 
@@ -270,7 +275,7 @@ std::string Finder::_findTemplate(const std::string& val) {
   std::string out;
   for (Json* model : _col.models().all()) {
     const std::string mid = std::to_string(jsonInt((*model)["id"]));
-    const bool cloze = jsonInt(model->value("type", Json(0))) == 1;
+    const bool cloze = jsonInt(model->value("type", Json(kModelStandard))) == kModelCloze;
     for (const Json& t : model->value("tmpls", Json::array())) {
       if (lower(text(t, "name")) != want) continue;
       if (!out.empty()) out += " or ";

@@ -16,6 +16,7 @@
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
 #include "librivo/Latex.h"
+#include "librivo/StoredCodes.h"
 #include "librivo/SysLog.h"
 #include "librivo/Template.h"
 #include "librivo/Utils.h"
@@ -553,7 +554,7 @@ void ModelManager::_syncTemplates(const Json& model) {
 
 void ModelManager::_updateRequired(Json& model) {
   const Json* type = member(model, "type");
-  if (type && jsonInt(*type) == 1) return;
+  if (type && jsonInt(*type) == kModelCloze) return;
   const std::vector<std::string> names = fieldNames(model);
   Json req = Json::array();
   const Json* tmpls = member(model, "tmpls");
@@ -600,7 +601,7 @@ Json ModelManager::_reqForTemplate(const Json& model, const std::vector<std::str
 
 std::vector<int> ModelManager::availOrds(const Json& model, const std::string& flds) {
   const Json* type = member(model, "type");
-  if (type && jsonInt(*type) == 1) return _availClozeOrds(model, flds);
+  if (type && jsonInt(*type) == kModelCloze) return _availClozeOrds(model, flds);
   std::vector<int> avail;
   const Json* req = member(model, "req");
   if (!req || !req->is_array()) return avail;

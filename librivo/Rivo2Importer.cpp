@@ -15,6 +15,7 @@
 #include "librivo/ModelManager.h"
 #include "librivo/Scheduler.h"
 #include "librivo/Storage.h"
+#include "librivo/StoredCodes.h"
 #include "librivo/TagManager.h"
 #include "librivo/Utils.h"
 
@@ -49,12 +50,6 @@ enum CardColumn {
 };
 // Columns of a revlog row.
 enum RevlogColumn { kRevlogCid = 1, kRevlogUsn = 2, kRevlogColumns = 9 };
-
-// Card types and queues, as the cards table stores them.
-constexpr int64_t kTypeNew = 0;
-constexpr int64_t kTypeLearning = 1;
-constexpr int64_t kQueueReview = 2;
-constexpr int64_t kQueueDayLearning = 3;
 
 // A clashing id moves up by this much until it is free.
 constexpr Id kIdStep = 999;
@@ -106,7 +101,7 @@ void returnHome(Row& card) {
   const int64_t home = type == kTypeLearning ? kTypeNew : type;
   card[kCardDid] = card[kCardOdid];
   card[kCardType] = home;
-  if (toInt(card[kCardQueue]) >= 0) card[kCardQueue] = home;
+  if (toInt(card[kCardQueue]) >= kQueueNew) card[kCardQueue] = home;
   card[kCardDue] = card[kCardOdue];
   card[kCardOdue] = int64_t{0};
   card[kCardOdid] = int64_t{0};

@@ -15,6 +15,7 @@
 #include "librivo/ModelManager.h"
 #include "librivo/Scheduler.h"
 #include "librivo/Storage.h"
+#include "librivo/StoredCodes.h"
 #include "librivo/Utils.h"
 
 namespace rivo {
@@ -25,9 +26,6 @@ namespace {
 
 constexpr int kCardNid = 1;
 constexpr size_t kBatchRows = 1000;
-// Queue codes of cards put aside by the user: suspended and buried.
-constexpr int kQueueSuspended = -1;
-constexpr int kQueueBuried = -2;
 
 // Every row `select` gives on `from`, written to `to` with `insert`, a batch at a time; `each`
 // sees each row first.

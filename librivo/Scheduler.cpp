@@ -11,9 +11,14 @@
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
 #include "librivo/Note.h"
+#include "librivo/StoredCodes.h"
 #include "librivo/Utils.h"
 
 namespace rivo {
+
+// SQL text here compares stored codes as numbers (names in StoredCodes.h): queue 0 new,
+// 1 learning, 2 review, 3 learning on a later day, -1 suspended, -2 buried; type 0 new,
+// 1 learning, 2 review.
 
 namespace {
 
@@ -379,7 +384,9 @@ std::unique_ptr<Card> Scheduler::_getRevCard() {
 // Counts.
 
 int Scheduler::countIdx(const Card& card) {
-  return card.queue == 3 ? 1 : card.queue;
+  // The counts are ordered new, learning, review, as the first three queues are; learning due
+  // on a later day counts as learning, and any other queue falls outside the three.
+  return card.queue == kQueueDayLearning ? kQueueLearning : card.queue;
 }
 
 std::array<int, 3> Scheduler::countsForCard(const Card* card) {
@@ -478,7 +485,7 @@ Json Scheduler::_revConf(const Card& card) {
 }
 
 Json Scheduler::_lrnConf(const Card& card) {
-  return card.type == 2 ? _lapseConf(card) : _newConf(card);
+  return card.type == kTypeReview ? _lapseConf(card) : _newConf(card);
 }
 
 bool Scheduler::_resched(const Card& card) {
@@ -498,20 +505,20 @@ void Scheduler::answerCard(Card& card, int ease) {
   reps += 1;
   card.reps += 1;
   const int wasQueue = card.queue;
-  if (wasQueue == 0) {
-    card.queue = 1;
-    if (card.type == 0) card.type = 1;
+  if (wasQueue == kQueueNew) {
+    card.queue = kQueueLearning;
+    if (card.type == kTypeNew) card.type = kTypeLearning;
     card.left = _startingLeft(card);
-    if (card.odid && card.type == 2 && _resched(card)) {
+    if (card.odid && card.type == kTypeReview && _resched(card)) {
       card.ivl = _dynIvlBoost(card);
       card.odue = _today + card.ivl;
     }
     _updateStats(card, "new");
   }
-  if (card.queue == 1 || card.queue == 3) {
+  if (card.queue == kQueueLearning || card.queue == kQueueDayLearning) {
     _answerLrnCard(card, ease);
-    if (wasQueue != 0) _updateStats(card, "lrn");
-  } else if (card.queue == 2) {
+    if (wasQueue != kQueueNew) _updateStats(card, "lrn");
+  } else if (card.queue == kQueueReview) {
     _answerRevCard(card, ease);
     _updateStats(card, "rev");
   }
@@ -538,7 +545,7 @@ void Scheduler::_burySiblings(const Card& card) {
   };
   for (const Row& r : rows) {
     const Id id = toInt(r[0]);
-    if (toInt(r[1]) == 2) {
+    if (toInt(r[1]) == kQueueReview) {
       if (buryRev) toBury.push_back(id);
       drop(_revQ, id);
     } else {
@@ -556,13 +563,14 @@ void Scheduler::_burySiblings(const Card& card) {
 bool Scheduler::_moveToDayLearning(Card& card) {
   if (card.due < _dayCutOff) return false;
   card.due = _today + (card.due - _dayCutOff) / 86400 + 1;
-  card.queue = 3;
+  card.queue = kQueueDayLearning;
   return true;
 }
 
 void Scheduler::_answerLrnCard(Card& card, int ease) {
   const Json conf = _lrnConf(card);
-  const int type = card.odid ? 3 : (card.type != 2 ? 0 : 2);
+  const int type = card.odid ? kRevlogFiltered
+                             : (card.type != kTypeReview ? kRevlogLearning : kRevlogRelearning);
   const int lastLeft = card.left;
   if ((ease == 2 && card.left % 1000 < 2) || ease == 3) {
     _rescheduleAsRev(card, conf, ease == 3);
@@ -588,7 +596,7 @@ void Scheduler::_answerLrnCard(Card& card, int ease) {
   card.due = now + delay;
   if (!_moveToDayLearning(card)) {
     lrnCount += card.left / 1000;
-    card.queue = 1;
+    card.queue = kQueueLearning;
     // With nothing else to study, a card answered again waits behind the others.
     if (!_lrnQ.empty() && revCount == 0 && newCount == 0)
       card.due = std::max(card.due, _lrnQ.front().first + 1);
@@ -608,7 +616,7 @@ int64_t Scheduler::_delayForGrade(const Json& conf, int left) const {
 }
 
 int Scheduler::_startingLeft(const Card& card) {
-  const Json conf = card.type == 2 ? _lapseConf(card) : _lrnConf(card);
+  const Json conf = card.type == kTypeReview ? _lapseConf(card) : _lrnConf(card);
   const Json& delays = member(conf, "delays");
   const int n = static_cast<int>(delayCount(conf));
   return n + 1000 * _leftToday(delays, n);
@@ -633,15 +641,15 @@ int Scheduler::_leftToday(const Json& delays, int left, int64_t now) const {
 }
 
 void Scheduler::_rescheduleAsRev(Card& card, const Json& conf, bool early) {
-  const bool lapse = card.type == 2;
+  const bool lapse = card.type == kTypeReview;
   if (!lapse) {
     _rescheduleNew(card, conf, early);
   } else {
     card.due = _resched(card) ? std::max(card.odue, _today + 1) : card.odue;
     card.odue = 0;
   }
-  card.queue = 2;
-  card.type = 2;
+  card.queue = kQueueReview;
+  card.type = kTypeReview;
   const bool resched = _resched(card);
   if (card.odid) {
     card.did = card.odid;
@@ -649,8 +657,8 @@ void Scheduler::_rescheduleAsRev(Card& card, const Json& conf, bool early) {
     card.odid = 0;
     // A new card studied without rescheduling goes back to the end of the new cards.
     if (!resched && !lapse) {
-      card.queue = 0;
-      card.type = 0;
+      card.queue = kQueueNew;
+      card.type = kTypeNew;
       card.due = _col.nextID("pos");
     }
   }
@@ -663,7 +671,7 @@ void Scheduler::_rescheduleNew(Card& card, const Json& conf, bool early) {
 }
 
 int64_t Scheduler::_graduatingIvl(Card& card, const Json& conf, bool early, bool adj) {
-  if (card.type == 2) {
+  if (card.type == kTypeReview) {
     if (card.odid && truthy(member(conf, "resched"))) return _dynIvlBoost(card);
     return card.ivl;
   }
@@ -692,7 +700,7 @@ int64_t Scheduler::_rescheduleLapse(Card& card) {
     card.due = _today + card.ivl;
     if (card.odid) card.odue = card.due;
   }
-  if (_checkLeech(card, conf) && card.queue == -1) return 0;
+  if (_checkLeech(card, conf) && card.queue == kQueueSuspended) return 0;
   if (delayCount(conf) == 0) return 0;
   if (card.odue == 0) card.odue = card.due;
   const int64_t delay = _delayForGrade(conf, 0);
@@ -700,7 +708,7 @@ int64_t Scheduler::_rescheduleLapse(Card& card) {
   card.left = _startingLeft(card);
   if (!_moveToDayLearning(card)) {
     lrnCount += card.left / 1000;
-    card.queue = 1;
+    card.queue = kQueueLearning;
     _lrnQueuePush({card.due, card.id});
   }
   return delay;
@@ -778,7 +786,8 @@ int64_t Scheduler::_fuzzedIvl(int64_t ivl) {
 }
 
 int64_t Scheduler::_dynIvlBoost(const Card& card) {
-  if (!card.odid || card.type != 2) throw std::logic_error("[card odid] && [card type] == 2");
+  if (!card.odid || card.type != kTypeReview)
+    throw std::logic_error("[card odid] && [card type] == 2");
   if (!card.factor) throw std::logic_error("[card factor]");
   const int64_t elapsed = card.ivl - card.odue + _today;
   const auto f = static_cast<float>((static_cast<double>(card.factor) / 1000.0 + 1.2) * 0.5);
@@ -801,7 +810,7 @@ bool Scheduler::_checkLeech(Card& card, const Json& conf) {
     if (card.odid) card.did = card.odid;
     card.odid = 0;
     card.odue = 0;
-    card.queue = -1;
+    card.queue = kQueueSuspended;
   }
   _col.postNotification("leech");
   return true;
@@ -816,7 +825,8 @@ void Scheduler::_logLrn(const Card& card, int ease, const Json& conf, bool leavi
 }
 
 void Scheduler::_logRev(const Card& card, int ease, int64_t delay) {
-  _writeLog(card, ease, delay ? -delay : card.ivl, card.lastIvl, 1, "retry logRev insert");
+  _writeLog(card, ease, delay ? -delay : card.ivl, card.lastIvl, kRevlogReview,
+            "retry logRev insert");
 }
 
 void Scheduler::_writeLog(const Card& card, int ease, int64_t ivl, int64_t lastIvl, int type,
@@ -846,16 +856,17 @@ void Scheduler::_writeLog(const Card& card, int ease, int64_t ivl, int64_t lastI
 
 int Scheduler::answerButtons(const Card& card) {
   if (card.odue) {
-    if (card.odid && card.queue == 2) return 4;
+    if (card.odid && card.queue == kQueueReview) return 4;
     const Json conf = _lrnConf(card);
-    if (card.type == 0 || card.type == 1 || delayCount(conf) >= 2) return 3;
+    if (card.type == kTypeNew || card.type == kTypeLearning || delayCount(conf) >= 2) return 3;
     return 2;
   }
-  return card.queue == 2 ? 4 : 3;
+  return card.queue == kQueueReview ? 4 : 3;
 }
 
 int64_t Scheduler::nextIvl(Card& card, int ease) {
-  if (card.queue == 0 || card.queue == 1 || card.queue == 3) return _nextLrnIvl(card, ease);
+  if (card.queue == kQueueNew || card.queue == kQueueLearning || card.queue == kQueueDayLearning)
+    return _nextLrnIvl(card, ease);
   if (ease == 1) {
     const Json conf = _lapseConf(card);
     if (delayCount(conf) > 0) return inum(conf["delays"][0]) * 60;
@@ -865,7 +876,7 @@ int64_t Scheduler::nextIvl(Card& card, int ease) {
 }
 
 int64_t Scheduler::_nextLrnIvl(Card& card, int ease) {
-  if (card.queue == 0) card.left = _startingLeft(card);
+  if (card.queue == kQueueNew) card.left = _startingLeft(card);
   const Json conf = _lrnConf(card);
   if (ease == 1) return _delayForGrade(conf, static_cast<int>(delayCount(conf)));
   if (ease == 3) return _resched(card) ? _graduatingIvl(card, conf, true, false) * 86400 : 0;

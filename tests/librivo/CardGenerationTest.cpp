@@ -165,8 +165,8 @@ TEST_F(CardGenerationTest, PreviewMakesUnsavedCards) {
   ASSERT_EQ(preview.size(), 1u);
   EXPECT_EQ(preview[0].ord, 0);
   EXPECT_EQ(preview[0].note()->fields[0], "front");
-  EXPECT_EQ(col->previewCards(*n, 2).size(), 2u);
-  EXPECT_TRUE(col->previewCards(*n, 1).empty());
+  EXPECT_EQ(col->previewCards(*n, Col::kPreviewAll).size(), 2u);
+  EXPECT_TRUE(col->previewCards(*n, Col::kPreviewExisting).empty());
   auto c = note("Cloze", {"{{c2::x}}", ""});
   preview = col->previewCards(*c);
   ASSERT_EQ(preview.size(), 1u);
