@@ -16,7 +16,7 @@ export CCACHE_NOHASHDIR := true
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all setup build build-asan test test-asan run bench format clean
+.PHONY: all setup build build-asan test format-check run bench format clean
 
 all: build
 
@@ -46,10 +46,21 @@ build: setup $(BUILD)/build.ninja
 build-asan: setup $(ASAN_BUILD)/build.ninja
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 
-test: build build-asan node_modules/.package-lock.json
+# Tests labelled "timing" bound wall time, which the sanitizers' slowdown would make flaky.
+test: format-check build build-asan node_modules/.package-lock.json
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
-	  ctest --output-on-failure -j $(JOBS)
+	  ctest --output-on-failure -j $(JOBS) -LE timing
+
+# The C++ files changed since this branch left $(BASE) (on $(BASE) itself, those of the last
+# commit), committed or not, must be formatted as `make format` leaves them.
+BASE ?= main
+format-check: setup
+	@base=$$(git merge-base HEAD $(BASE) 2>/dev/null || echo HEAD~1); \
+	[ "$$(git rev-parse HEAD)" = "$$(git rev-parse $$base)" ] && base=HEAD~1; \
+	files=$$({ git diff --name-only --diff-filter=d $$base -- '*.cpp' '*.h'; \
+	  git ls-files --others --exclude-standard -- '*.cpp' '*.h'; } | sort -u); \
+	if [ -n "$$files" ]; then clang-format --dry-run -Werror $$files; fi
 
 run: build
 	./$(BUILD)/rivo $(if $(DATA),--data $(DATA))
