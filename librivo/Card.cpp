@@ -60,8 +60,9 @@ void Card::load() {
 }
 
 void Card::_stamp() {
-  mod = intTime(1);
-  usn = col->usn();
+  const Col::Stamp now = col->stamp();
+  mod = now.mod;
+  usn = static_cast<int>(now.usn);
 }
 
 void Card::flush() {

@@ -252,14 +252,17 @@ std::vector<std::pair<std::string, std::string>> untypedModelOrds(Json& models) 
   return out;
 }
 
-std::vector<Id> idList(const std::vector<Value>& values) {
-  std::vector<Id> ids;
-  ids.reserve(values.size());
-  for (const Value& v : values) ids.push_back(toInt(v));
-  return ids;
+}  // namespace
+
+Col::Stamp Col::stamp() const {
+  return {static_cast<int64_t>(intTime(1)), int64_t{usn()}};
 }
 
-}  // namespace
+void Col::stamp(Json& obj) const {
+  const Stamp now = stamp();
+  obj["mod"] = now.mod;
+  obj["usn"] = now.usn;
+}
 
 bool Col::basicCheck() {
   const std::string orphanCards =
@@ -286,9 +289,9 @@ std::string Col::fixIntegrity() {
     return "Your collection is corrupt. Please post on the support site for help.";
   std::vector<std::string> problems;
 
-  std::vector<Id> ids = idList(_db->list(
+  std::vector<Id> ids = _db->ids(
       "select id from notes where id not in (select distinct nid from cards)  or mid not in " +
-      modelIds(_models->models())));
+      modelIds(_models->models()));
   if (!ids.empty()) {
     problems.push_back("Deleted " + std::to_string(ids.size()) +
                        " notes with missing cards or note types.");
@@ -297,22 +300,22 @@ std::string Col::fixIntegrity() {
   }
 
   for (const auto& [mid, ords] : untypedModelOrds(_models->models())) {
-    ids = idList(_db->list("select id from cards where ord not in " + ords +
-                               " and nid in (select id from notes where mid = ?)",
-                           {std::string(mid)}));
+    ids = _db->ids("select id from cards where ord not in " + ords +
+                       " and nid in (select id from notes where mid = ?)",
+                   {std::string(mid)});
     if (!ids.empty()) {
       problems.push_back("Deleted " + std::to_string(ids.size()) + " cards with missing template.");
       remCards(ids);
     }
   }
 
-  ids = idList(_db->list("select id from notes where guid = 'b'"));
+  ids = _db->ids("select id from notes where guid = 'b'");
   if (!ids.empty()) {
     problems.push_back("Fixed " + std::to_string(ids.size()) + " notes with invalid ID.");
     for (Id id : ids) _db->run("update notes set guid=? where id=?", {guid64(), id});
   }
 
-  ids = idList(_db->list("select id from cards where nid not in (select id from notes)"));
+  ids = _db->ids("select id from cards where nid not in (select id from notes)");
   if (!ids.empty()) {
     problems.push_back("Deleted " + std::to_string(ids.size()) + " cards with missing note.");
     remCards(ids);
@@ -382,28 +385,19 @@ bool Col::isEmpty() {
   return !_db->scalar("select 1 from cards limit 1");
 }
 
-namespace {
-std::vector<Id> idsOf(const std::vector<Value>& values) {
-  std::vector<Id> ids;
-  ids.reserve(values.size());
-  for (const Value& v : values) ids.push_back(toInt(v));
-  return ids;
-}
-}  // namespace
-
 void Col::remCards(const std::vector<Id>& ids) {
   if (ids.empty()) return;
   std::string sids = ids2str(ids);
-  std::vector<Id> nids = idsOf(_db->list("select nid from cards where id in " + sids));
+  std::vector<Id> nids = _db->ids("select nid from cards where id in " + sids);
   _logRem(ids, kGraveCard);
   _db->run("delete from cards where id in " + sids);
-  std::vector<Id> orphans = idsOf(_db->list("select id from notes where id in " + ids2str(nids) +
-                                            " and id not in (select nid from cards)"));
+  std::vector<Id> orphans = _db->ids("select id from notes where id in " + ids2str(nids) +
+                                     " and id not in (select nid from cards)");
   _remNotes(orphans);
 }
 
 void Col::remNotes(const std::vector<Id>& ids) {
-  remCards(idsOf(_db->list("select id from cards where nid in " + ids2str(ids))));
+  remCards(_db->ids("select id from cards where nid in " + ids2str(ids)));
 }
 
 void Col::_remNotes(const std::vector<Id>& ids) {
@@ -478,8 +472,9 @@ std::optional<Id> Col::_undoReviewSavingCurrentCard(const Card* current) {
   auto last =
       _db->scalar("select id from revlog where cid = ? order by id desc limit 1", {card.id});
   if (last) _db->run("delete from revlog where id = ?", {*last});
+  const Col::Stamp now = stamp();
   _db->run("update cards set queue=type,mod=?,usn=? where queue=-2 and nid=?",
-           {static_cast<int64_t>(intTime(1)), int64_t{usn()}, card.nid});
+           {now.mod, now.usn, card.nid});
   if (current) _sched->undoQueue().push_back(*current);
   _sched->undoQueue().push_back(card);
   return card.id;
@@ -845,11 +840,6 @@ std::string forClozeNumber(const std::string& fmt, const char* kind, int64_t num
   return replaceIgnoringCase(out, "<%cloze:", "<%" + std::string(kind) + ":" + n + ":");
 }
 
-std::string stringAt(const Json& obj, const char* key) {
-  auto it = obj.find(key);
-  return it != obj.end() && it->is_string() ? it->get<std::string>() : std::string();
-}
-
 std::string trimBlanks(const std::string& text) {
   const char* blanks = " \t\n\r\f\v";
   const size_t first = text.find_first_not_of(blanks);
@@ -888,23 +878,23 @@ RenderedQA Col::_renderQA(const Row& row, const std::optional<std::string>& qfmt
   if (flds != model->end() && flds->is_array()) {
     for (const Json& fld : *flds) {
       const int64_t i = jsonInt(fld.value("ord", Json()), -1);
-      context[stringAt(fld, "name")] = i >= 0 && static_cast<size_t>(i) < fields.size()
+      context[jsonText(fld, "name")] = i >= 0 && static_cast<size_t>(i) < fields.size()
                                            ? fields[static_cast<size_t>(i)]
                                            : std::string();
     }
   }
   context["Tags"] = trimBlanks(toText(row.at(5)));
-  context["Type"] = stringAt(*model, "name");
+  context["Type"] = jsonText(*model, "name");
   context["Deck"] = _decks->name(Json(toInt(row.at(3))));
-  context["Card"] = stringAt(tmpl, "name");
+  context["Card"] = jsonText(tmpl, "name");
   context["c" + std::to_string(ord + 1)] = "1";
 
   // The question, then the answer, which may show the question without its sounds.
-  const std::string q = qfmt ? *qfmt : stringAt(tmpl, "qfmt");
+  const std::string q = qfmt ? *qfmt : jsonText(tmpl, "qfmt");
   out.q =
       Latex::mungeQAForHtml(Template(forClozeNumber(q, "cq", ord + 1), context).render(), *model);
   context["FrontSide"] = stripSounds(out.q);
-  const std::string a = afmt ? *afmt : stringAt(tmpl, "afmt");
+  const std::string a = afmt ? *afmt : jsonText(tmpl, "afmt");
   out.a = Latex::mungeQAForHtml(
       Template(forClozeNumber(a, "ca", ord + 1), std::move(context)).render(), *model);
   return out;

@@ -60,6 +60,14 @@ class Col {
   void modSchema();
   bool schemaChanged() const { return _scm > _ls; }
   int usn() const { return _server ? _usn : -1; }
+  // The change stamp every local change writes: `mod` now in seconds, and usn().
+  struct Stamp {
+    int64_t mod;
+    int64_t usn;
+  };
+  Stamp stamp() const;
+  // Writes the stamp into the "mod" and "usn" keys of a deck, group or note type.
+  void stamp(Json& obj) const;
   void beforeUpload();
 
   // Read-only test of the relations between cards, notes and note types (before a sync).

@@ -313,6 +313,12 @@ std::optional<Value> DB::scalar(const std::string& sql, const Row& vars) {
   return out;
 }
 
+std::vector<int64_t> DB::ids(const std::string& sql, const Row& vars) {
+  std::vector<int64_t> out;
+  execute(sql, vars, [&out](sqlite3_stmt* stmt) { out.push_back(toInt(columnValue(stmt, 0))); });
+  return out;
+}
+
 int64_t DB::scalarInt(const std::string& sql, const Row& vars) {
   auto v = scalar(sql, vars);
   return v ? toInt(*v) : 0;

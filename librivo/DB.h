@@ -54,6 +54,8 @@ class DB {
   std::optional<Row> first(const std::string& sql, const Row& vars = {});
   std::vector<Row> all(const std::string& sql, const Row& vars = {});
   std::vector<Value> list(const std::string& sql, const Row& vars = {});
+  // The first column of each row read as an id, as toInt reads a value.
+  std::vector<int64_t> ids(const std::string& sql, const Row& vars = {});
   // A read kept open for stepping row by row; null when the statement can't run.
   std::unique_ptr<ResultSet> executeQuery(const std::string& sql, const Row& vars = {});
   // Convenience: scalar as an integer, 0 when there is no row or it is NULL.

@@ -42,44 +42,8 @@ Json decodeObject(const std::string& text) {
   return j;
 }
 
-// The dictionary key of an id as a blob may hold it; empty for something that is no id.
-std::string keyOf(const Json& id) {
-  if (id.is_string()) return id.get<std::string>();
-  if (id.is_number_unsigned()) return std::to_string(id.get<uint64_t>());
-  if (id.is_number_integer()) return std::to_string(id.get<int64_t>());
-  if (id.is_number_float()) return std::to_string(static_cast<int64_t>(id.get<double>()));
-  return {};
-}
-
 Id idOfKey(const std::string& key) {
   return std::strtoll(key.c_str(), nullptr, 10);
-}
-
-const std::string& nameOf(const Json& deck) {
-  static const std::string kNone;
-  if (!deck.is_object()) return kNone;
-  auto it = deck.find("name");
-  return it != deck.end() && it->is_string() ? it->get_ref<const std::string&>() : kNone;
-}
-
-// Truth of a flag that files from elsewhere may hold as a boolean, a number or a string.
-bool truth(const Json& v) {
-  if (v.is_boolean()) return v.get<bool>();
-  if (v.is_number()) return v.get<double>() != 0;
-  if (v.is_string()) {
-    const std::string& s = v.get_ref<const std::string&>();
-    size_t i = s.find_first_not_of(" \t\n");
-    if (i == std::string::npos) return false;
-    char c = s[i];
-    return c == 'Y' || c == 'y' || c == 'T' || c == 't' || (c >= '1' && c <= '9');
-  }
-  return false;
-}
-
-bool truthOfKey(const Json& obj, const char* key) {
-  if (!obj.is_object()) return false;
-  auto it = obj.find(key);
-  return it != obj.end() && truth(*it);
 }
 
 bool isAscii(std::string_view s) {
@@ -175,10 +139,7 @@ void DeckManager::loadDecks(const std::string& decksJson, const std::string& con
 }
 
 void DeckManager::save(Json* obj) {
-  if (obj) {
-    (*obj)["mod"] = intTime(1);
-    (*obj)["usn"] = _col.usn();
-  }
+  if (obj) _col.stamp(*obj);
   _changed = true;
 }
 
@@ -208,7 +169,7 @@ void DeckManager::beforeUpload() {
 // --- Decks by id and name ---
 
 Json* DeckManager::getDeck(const Json& did, bool orDefault) {
-  std::string key = keyOf(did);
+  std::string key = jsonKey(did);
   if (!key.empty()) {
     auto it = _decks.find(key);
     if (it != _decks.end()) return &*it;
@@ -220,13 +181,13 @@ Json* DeckManager::getDeck(const Json& did, bool orDefault) {
 
 Json* DeckManager::byName(const std::string& name) {
   for (auto& [key, deck] : _decks.items())
-    if (deck.is_object() && nameOf(deck) == name) return &deck;
+    if (deck.is_object() && jsonText(deck, "name") == name) return &deck;
   return nullptr;
 }
 
 std::string DeckManager::name(const Json& did) {
   Json* deck = getDeck(did);
-  return deck ? nameOf(*deck) : std::string();
+  return deck ? jsonText(*deck, "name") : std::string();
 }
 
 std::vector<Json*> DeckManager::all() {
@@ -247,8 +208,8 @@ std::vector<std::string> DeckManager::allNames(bool dyn) const {
   std::vector<std::string> out;
   out.reserve(_decks.size());
   for (const auto& [key, deck] : _decks.items()) {
-    if (!dyn && truthOfKey(deck, "dyn")) continue;
-    out.push_back(nameOf(deck));
+    if (!dyn && jsonTruth(jsonMember(deck, "dyn"))) continue;
+    out.push_back(jsonText(deck, "name"));
   }
   return out;
 }
@@ -276,7 +237,7 @@ Id DeckManager::_find(const std::string& name) {
   std::string lower = lowered(name);
   bool ascii = isAscii(lower);
   for (const auto& [key, deck] : _decks.items()) {
-    if (deck.is_object() && sameLowered(nameOf(deck), lower, ascii)) return idOfKey(key);
+    if (deck.is_object() && sameLowered(jsonText(deck, "name"), lower, ascii)) return idOfKey(key);
   }
   auto hit = _deckIDs.find(name);
   // The index may be stale; an entry whose deck has gone is no answer.
@@ -291,7 +252,7 @@ Id DeckManager::_create(const std::string& name, const Json& type) {
   std::string key = std::to_string(id);
   deck["id"] = id;
   Json& stored = _decks[key] = std::move(deck);
-  _deckIDs[nameOf(stored)] = key;
+  _deckIDs[jsonText(stored, "name")] = key;
   save(&stored);
   maybeAddToActive();
   return id;
@@ -307,7 +268,7 @@ Id DeckManager::_freshId(const Json& blob) {
 
 void DeckManager::update(const Json& deck) {
   if (!deck.is_object() || !deck.contains("id")) return;
-  std::string key = keyOf(deck["id"]);
+  std::string key = jsonKey(deck["id"]);
   if (key.empty()) return;
   _decks[key] = deck;
   _rolled.clear();
@@ -317,7 +278,7 @@ void DeckManager::update(const Json& deck) {
 
 bool DeckManager::isDyn(const Json& did) {
   Json* deck = getDeck(did);
-  return deck && truthOfKey(*deck, "dyn");
+  return deck && jsonTruth(jsonMember(*deck, "dyn"));
 }
 
 Id DeckManager::newDyn(const std::string& name) {
@@ -330,7 +291,7 @@ void DeckManager::collapse(const Json& did) {
   Json* deck = getDeck(did);
   if (!deck || !deck->is_object()) return;
   // Reads `collapsed` and writes `collapse`: two keys, kept apart for the file format.
-  (*deck)["collapse"] = truthOfKey(*deck, "collapsed") ? 0 : 1;
+  (*deck)["collapse"] = jsonTruth(jsonMember(*deck, "collapsed")) ? 0 : 1;
   save(deck);
 }
 
@@ -342,7 +303,7 @@ void DeckManager::rename(Json& deck, const std::string& newName) {
   std::vector<std::string> names = allNames();
   if (std::find(names.begin(), names.end(), wanted) != names.end())
     throw DeckNameError(kRenameError, "New deck name conflicts with existing name");
-  const std::string oldName = nameOf(deck);
+  const std::string oldName = jsonText(deck, "name");
   std::string oldPrefix = oldName + std::string(kSep);
   // A deck under itself would have no parent left, and the deck tree would drop it.
   if (!oldName.empty() && startsWith(lowered(wanted), lowered(oldPrefix)))
@@ -352,7 +313,7 @@ void DeckManager::rename(Json& deck, const std::string& newName) {
   std::string newPrefix = wanted + std::string(kSep);
   for (auto& [key, other] : _decks.items()) {
     if (!other.is_object()) continue;
-    const std::string& otherName = nameOf(other);
+    const std::string& otherName = jsonText(other, "name");
     // A blank name is a prefix of every name: only its own children follow it.
     if (oldName.empty() ? !startsWith(otherName, oldPrefix) : !startsWith(otherName, oldName))
       continue;
@@ -362,20 +323,20 @@ void DeckManager::rename(Json& deck, const std::string& newName) {
     save(&other);
   }
   _deckIDs.erase(oldName);
-  _deckIDs[wanted] = keyOf(deck.contains("id") ? deck["id"] : Json());
+  _deckIDs[wanted] = jsonKey(deck.contains("id") ? deck["id"] : Json());
   deck["name"] = wanted;
   save(&deck);
 }
 
 void DeckManager::removeDeck(const Json& did, bool cards, bool children) {
-  std::string key = keyOf(did);
+  std::string key = jsonKey(did);
   if (key.empty()) return;
   // A deck made later may get the freed dictionary's place.
   _rolled.clear();
   if (key == "1") {
     // Deck 1 can't go; at most it leaves a parent it was moved under.
     Json* deck = getDeck(key, false);
-    if (deck && nameOf(*deck).find(kSep) != std::string::npos) {
+    if (deck && jsonText(*deck, "name").find(kSep) != std::string::npos) {
       (*deck)["name"] = "Default";
       save(deck);
     }
@@ -387,7 +348,7 @@ void DeckManager::removeDeck(const Json& did, bool cards, bool children) {
   auto it = _decks.find(key);
   if (it == _decks.end()) return;
 
-  bool dyn = truthOfKey(*it, "dyn");
+  bool dyn = jsonTruth(jsonMember(*it, "dyn"));
   // The cards go home first, so that none is lost with the deck.
   if (dyn) _col.sched().emptyDyn(id);
   if (children) {
@@ -401,7 +362,7 @@ void DeckManager::removeDeck(const Json& did, bool cards, bool children) {
 
   it = _decks.find(key);
   if (it != _decks.end()) {
-    _deckIDs.erase(nameOf(*it));
+    _deckIDs.erase(jsonText(*it, "name"));
     _decks.erase(it);
   }
   std::vector<Id> act = active();
@@ -441,7 +402,7 @@ std::string DeckManager::_ensureParents(const std::string& name) {
       running += std::string(kSep) + path[i];
     // Takes the spelling of an existing parent, case included.
     Id pid = getID(running);
-    if (Json* parent = getDeck(pid, pid != 0)) running = nameOf(*parent);
+    if (Json* parent = getDeck(pid, pid != 0)) running = jsonText(*parent, "name");
   }
   return running + std::string(kSep) + path.back();
 }
@@ -450,9 +411,9 @@ std::vector<std::pair<std::string, Id>> DeckManager::children(const Json& did) {
   std::vector<std::pair<std::string, Id>> out;
   Json* deck = getDeck(did, false);
   if (!deck) return out;
-  std::string prefix = nameOf(*deck) + std::string(kSep);
+  std::string prefix = jsonText(*deck, "name") + std::string(kSep);
   for (const auto& [key, other] : _decks.items()) {
-    const std::string& otherName = nameOf(other);
+    const std::string& otherName = jsonText(other, "name");
     if (startsWith(otherName, prefix)) out.emplace_back(otherName, idOfKey(key));
   }
   return out;
@@ -462,7 +423,7 @@ std::vector<Json*> DeckManager::parents(const Json& did) {
   std::vector<Json*> out;
   Json* deck = getDeck(did);
   if (!deck) return out;
-  std::vector<std::string> path = _path(nameOf(*deck));
+  std::vector<std::string> path = _path(jsonText(*deck, "name"));
   std::string running;
   for (size_t i = 0; i + 1 < path.size(); ++i) {
     running += (i ? std::string(kSep) : std::string()) + path[i];
@@ -510,7 +471,7 @@ Json* DeckManager::current() {
 }
 
 void DeckManager::select(const Json& did) {
-  std::string key = keyOf(did);
+  std::string key = jsonKey(did);
   if (key.empty()) return;
   _col.conf()["curDeck"] = key;
   auto kids = children(key);
@@ -538,7 +499,7 @@ std::vector<Json*> DeckManager::allConf() {
 }
 
 Json* DeckManager::getConf(const Json& confId) {
-  auto it = _deckConf.find(keyOf(confId));
+  auto it = _deckConf.find(jsonKey(confId));
   return it != _deckConf.end() ? &*it : nullptr;
 }
 
@@ -561,7 +522,7 @@ Json* DeckManager::confForCard(const Card& card) {
 
 void DeckManager::updateConf(const Json& conf) {
   if (!conf.is_object() || !conf.contains("id")) return;
-  std::string key = keyOf(conf["id"]);
+  std::string key = jsonKey(conf["id"]);
   if (key.empty()) return;
   _deckConf[key] = conf;
   save();
@@ -578,14 +539,14 @@ Id DeckManager::confIdForName(const std::string& name, const Json* cloneFrom) {
 }
 
 void DeckManager::remConf(const Json& confId) {
-  std::string key = keyOf(confId);
+  std::string key = jsonKey(confId);
   if (key == "1") throw std::logic_error("[configID intValue]!=1");
   _col.modSchema();
   _deckConf.erase(key);
   for (auto& [dkey, deck] : _decks.items()) {
     if (!deck.is_object()) continue;
     auto it = deck.find("conf");
-    if (it != deck.end() && !it->is_null() && keyOf(*it) == key) {
+    if (it != deck.end() && !it->is_null() && jsonKey(*it) == key) {
       *it = 1;
       save(&deck);
     }
@@ -658,19 +619,11 @@ void DeckManager::rollCounters(int64_t today) {
 // --- Cards ---
 
 std::vector<Id> DeckManager::cardIDs(const Json& did, bool children) {
-  std::vector<Value> rows;
-  Id id = idOfKey(keyOf(did));
-  if (!children) {
-    rows = _col.db()->list("select id from cards where did=?", {id});
-  } else {
-    std::vector<Id> dids{id};
-    for (const auto& [kidName, kid] : this->children(did)) dids.push_back(kid);
-    rows = _col.db()->list("select id from cards where did in " + ids2str(dids));
-  }
-  std::vector<Id> out;
-  out.reserve(rows.size());
-  for (const Value& v : rows) out.push_back(toInt(v));
-  return out;
+  Id id = idOfKey(jsonKey(did));
+  if (!children) return _col.db()->ids("select id from cards where did=?", {id});
+  std::vector<Id> dids{id};
+  for (const auto& [kidName, kid] : this->children(did)) dids.push_back(kid);
+  return _col.db()->ids("select id from cards where did in " + ids2str(dids));
 }
 
 void DeckManager::setDeckForCardIDs(const std::vector<Id>& ids, Id did) {

@@ -104,11 +104,6 @@ bool findIn(icu::RegexMatcher& m, const icu::UnicodeString& text) {
   return U_SUCCESS(status) && found;
 }
 
-std::string text(const Json& obj, const char* key) {
-  auto it = obj.find(key);
-  return it != obj.end() && it->is_string() ? it->get<std::string>() : std::string();
-}
-
 }  // namespace
 
 // --- Tokenizing ---
@@ -277,7 +272,7 @@ std::string Finder::_findTemplate(const std::string& val) {
     const std::string mid = std::to_string(jsonInt((*model)["id"]));
     const bool cloze = jsonInt(model->value("type", Json(kModelStandard))) == kModelCloze;
     for (const Json& t : model->value("tmpls", Json::array())) {
-      if (lower(text(t, "name")) != want) continue;
+      if (lower(jsonText(t, "name")) != want) continue;
       if (!out.empty()) out += " or ";
       if (cloze)
         out += "(n.mid = " + mid + ")";
@@ -293,7 +288,7 @@ std::string Finder::_findModel(const std::string& val) {
   const std::string want = lower(val);
   std::vector<Id> ids;
   for (Json* model : _col.models().all())
-    if (lower(text(*model, "name")) == want) ids.push_back(jsonInt((*model)["id"]));
+    if (lower(jsonText(*model, "name")) == want) ids.push_back(jsonInt((*model)["id"]));
   return "n.mid in " + ids2str(ids);
 }
 
@@ -321,7 +316,8 @@ std::string Finder::_findDeck(const std::string& val) {
       UErrorCode status = U_ZERO_ERROR;
       m->setTimeLimit(kMatchTimeLimit, status);
       for (Json* deck : dm.all())
-        if (findIn(*m, icutext::utf16(text(*deck, "name")))) withChildren(jsonInt((*deck)["id"]));
+        if (findIn(*m, icutext::utf16(jsonText(*deck, "name"))))
+          withChildren(jsonInt((*deck)["id"]));
     }
   } else if (Id did = dm.getID(val, false)) {
     withChildren(did);
@@ -406,7 +402,7 @@ std::string Finder::_findField(const std::string& field, const std::string& val)
   std::vector<Id> mids;
   for (Json* model : _col.models().all()) {
     for (const Json& f : model->value("flds", Json::array())) {
-      if (lower(text(f, "name")) != name) continue;
+      if (lower(jsonText(f, "name")) != name) continue;
       const Id mid = jsonInt((*model)["id"]);
       ords.emplace(mid,
                    static_cast<size_t>(std::max<int64_t>(0, jsonInt(f.value("ord", Json(0))))));

@@ -69,12 +69,6 @@ std::vector<std::string> captures(const icu::RegexPattern& pattern, const std::s
   return out;
 }
 
-const Json* member(const Json& obj, const char* key) {
-  if (!obj.is_object()) return nullptr;
-  auto it = obj.find(key);
-  return it == obj.end() ? nullptr : &*it;
-}
-
 // The literals every new model, field and template starts from.
 const char* const kDefaultModel =
     "{\"vers\": [], \"type\": 0, \"did\": 1, \"usn\": 0, \"sortf\": 0, \"mod\": 0, "
@@ -105,14 +99,9 @@ std::string idText(const Json& model) {
   return it->is_string() ? it->get<std::string>() : std::to_string(jsonInt(*it));
 }
 
-std::string text(const Json& obj, const char* key) {
-  const Json* v = member(obj, key);
-  return v && v->is_string() ? v->get<std::string>() : std::string();
-}
-
 // Index of `item` in the array, matched by its "ord" when it has one, else by equality.
 size_t indexIn(const Json& array, const Json& item) {
-  const Json* ord = member(item, "ord");
+  const Json* ord = jsonFind(item, "ord");
   if (ord && !ord->is_null()) {
     const int64_t i = jsonInt(*ord, -1);
     if (i >= 0 && static_cast<size_t>(i) < array.size() && array[i] == item)
@@ -152,7 +141,7 @@ void ModelManager::load(const std::string& json) {
 }
 
 std::shared_ptr<const Json> ModelManager::snapshot(const Json& model) {
-  const Json* id = member(model, "id");
+  const Json* id = jsonFind(model, "id");
   const int64_t key = id ? jsonInt(*id, 0) : 0;
   if (!key) return std::make_shared<Json>(model);
   std::shared_ptr<const Json>& kept = _snapshots[key];
@@ -163,8 +152,7 @@ std::shared_ptr<const Json> ModelManager::snapshot(const Json& model) {
 
 void ModelManager::save(Json* model, bool templates) {
   if (model && hasId(*model)) {
-    (*model)["mod"] = intTime(1);
-    (*model)["usn"] = _col.usn();
+    _col.stamp(*model);
     _updateRequired(*model);
     if (templates) _syncTemplates(*model);
   }
@@ -202,7 +190,7 @@ Json* ModelManager::get(const Json& id) {
 }
 
 Json* ModelManager::current() {
-  const Json* cur = member(_col.conf(), "curModel");
+  const Json* cur = jsonFind(_col.conf(), "curModel");
   if (cur) {
     if (Json* m = get(*cur)) return m;
   }
@@ -233,13 +221,13 @@ std::vector<std::string> ModelManager::ids() const {
 std::vector<std::string> ModelManager::allNames() const {
   std::vector<std::string> out;
   for (const auto& m : _models)
-    if (m.is_object()) out.push_back(text(m, "name"));
+    if (m.is_object()) out.push_back(jsonText(m, "name"));
   return out;
 }
 
 Json* ModelManager::byName(const std::string& name) {
   for (auto& m : _models)
-    if (m.is_object() && text(m, "name") == name) return &m;
+    if (m.is_object() && jsonText(m, "name") == name) return &m;
   return nullptr;
 }
 
@@ -276,11 +264,9 @@ void ModelManager::rem(const Json& model) {
   const std::string key = idText(model);
   const Json* cur = current();
   const bool wasCurrent = cur && idText(*cur) == key;
-  std::vector<Id> cids;
-  for (const Value& v :
-       _col.db()->list("select id from cards where nid in (select id from notes where mid = ?)",
-                       {jsonInt(Json(key))}))
-    cids.push_back(toInt(v));
+  std::vector<Id> cids =
+      _col.db()->ids("select id from cards where nid in (select id from notes where mid = ?)",
+                     {jsonInt(Json(key))});
   _col.remCards(cids);
   _models.erase(key);
   save();
@@ -292,15 +278,15 @@ void ModelManager::rem(const Json& model) {
 
 Json& ModelManager::copy(const Json& model) {
   Json m = model;
-  m["name"] = text(model, "name") + " copy";
+  m["name"] = jsonText(model, "name") + " copy";
   return add(std::move(m));
 }
 
 void ModelManager::ensureNameUnique(Json& model) {
-  const std::string name = text(model, "name");
+  const std::string name = jsonText(model, "name");
   const std::string id = idText(model);
   for (const auto& m : _models) {
-    if (!m.is_object() || text(m, "name") != name || idText(m) == id) continue;
+    if (!m.is_object() || jsonText(m, "name") != name || idText(m) == id) continue;
     model["name"] = name + "-" + checksum(std::to_string(intTime(1))).substr(0, 5);
     return;
   }
@@ -315,10 +301,8 @@ void ModelManager::_setID(Json& model) {
 }
 
 std::vector<Id> ModelManager::nids(const Json& model) {
-  std::vector<Id> out;
-  for (const Value& v :
-       _col.db()->list("select id from notes where mid = ?", {jsonInt(Json(idText(model)))}))
-    out.push_back(toInt(v));
+  std::vector<Id> out =
+      _col.db()->ids("select id from notes where mid = ?", {jsonInt(Json(idText(model)))});
   return out;
 }
 
@@ -330,9 +314,9 @@ int64_t ModelManager::useCount(const Json& model) {
 std::string ModelManager::scmhash(const Json& model) {
   std::string s;
   for (const char* key : {"flds", "tmpls"}) {
-    const Json* list = member(model, key);
+    const Json* list = jsonFind(model, key);
     if (!list || !list->is_array()) continue;
-    for (const Json& item : *list) s += text(item, "name");
+    for (const Json& item : *list) s += jsonText(item, "name");
   }
   return checksum(s);
 }
@@ -347,12 +331,12 @@ Json ModelManager::newField(const std::string& name) const {
 
 Json ModelManager::fieldMap(const Json& model) {
   Json map = Json::object();
-  const Json* flds = member(model, "flds");
+  const Json* flds = jsonFind(model, "flds");
   if (!flds || !flds->is_array()) return map;
   int64_t index = 0;
   for (const Json& f : *flds) {
-    const Json* name = member(f, "name");
-    const Json* ord = member(f, "ord");
+    const Json* name = jsonFind(f, "name");
+    const Json* ord = jsonFind(f, "ord");
     if (name && name->is_string())
       map[name->get<std::string>()] = Json::array({ord ? jsonInt(*ord, index) : index, f});
     ++index;
@@ -362,19 +346,19 @@ Json ModelManager::fieldMap(const Json& model) {
 
 std::vector<std::string> ModelManager::fieldNames(const Json& model) {
   std::vector<std::string> names;
-  const Json* flds = member(model, "flds");
+  const Json* flds = jsonFind(model, "flds");
   if (!flds || !flds->is_array()) return names;
-  for (const Json& f : *flds) names.push_back(text(f, "name"));
+  for (const Json& f : *flds) names.push_back(jsonText(f, "name"));
   return names;
 }
 
 int ModelManager::sortIdx(const Json& model) {
-  const Json* sortf = member(model, "sortf");
+  const Json* sortf = jsonFind(model, "sortf");
   return sortf ? static_cast<int>(jsonInt(*sortf)) : 0;
 }
 
 void ModelManager::setSortIdx(Json& model, int idx) {
-  const Json* flds = member(model, "flds");
+  const Json* flds = jsonFind(model, "flds");
   if (idx < 0 || !flds || static_cast<size_t>(idx) >= flds->size()) throw std::logic_error("check");
   _col.modSchema();
   model["sortf"] = idx;
@@ -429,7 +413,7 @@ void ModelManager::renameField(Json& model, const Json& field,
   Json& flds = model["flds"];
   const size_t index = indexIn(flds, field);
   const std::string pattern = "\\{\\{([:#^/]|[^:#/^\\}][^:\\}]*?:|)" +
-                              escapeRegexFromString(text(flds[index], "name")) + "\\}\\}";
+                              escapeRegexFromString(jsonText(flds[index], "name")) + "\\}\\}";
   UErrorCode status = U_ZERO_ERROR;
   UParseError where;
   std::unique_ptr<icu::RegexPattern> re(icu::RegexPattern::compile(utf16(pattern), where, status));
@@ -497,11 +481,9 @@ bool ModelManager::remTemplate(Json& model, const Json& tmpl) {
   const size_t ord = indexIn(tmpls, tmpl);
   const Id mid = jsonInt(Json(idText(model)));
   DB& db = *_col.db();
-  std::vector<Id> cids;
-  for (const Value& v :
-       db.list("select c.id from cards c, notes f where c.nid=f.id and mid = ? and ord = ?",
-               {mid, static_cast<int64_t>(ord)}))
-    cids.push_back(toInt(v));
+  std::vector<Id> cids =
+      db.ids("select c.id from cards c, notes f where c.nid=f.id and mid = ? and ord = ?",
+             {mid, static_cast<int64_t>(ord)});
   if (tmpls.size() <= 1) throw std::logic_error("len(m['tmpls']) > 1");
   // Refused when some note would lose its last card.
   if (db.scalarInt("select nid, count() from cards where nid in (select nid from cards where "
@@ -510,10 +492,11 @@ bool ModelManager::remTemplate(Json& model, const Json& tmpl) {
     return false;
   _col.modSchema();
   _col.remCards(cids);
+  const Col::Stamp now = _col.stamp();
   db.run(
       "update cards set ord = ord - 1, usn = ?, mod = ? where nid in (select id from notes "
       "where mid = ?) and ord > ?",
-      {int64_t{_col.usn()}, static_cast<int64_t>(intTime(1)), mid, static_cast<int64_t>(ord)});
+      {now.usn, now.mod, mid, static_cast<int64_t>(ord)});
   tmpls.erase(ord);
   _updateTemplOrds(model);
   save(&model);
@@ -540,10 +523,10 @@ void ModelManager::moveTemplate(Json& model, const Json& tmpl, int idx) {
     clauses += "when ord = " + std::to_string(oldOrds[i]) + " then " + std::to_string(i);
   }
   save(&model);
-  _col.db()->run(
-      "update cards set ord = (case " + clauses +
-          " end),usn=?,mod=? where nid in (select id from notes where mid = ?)",
-      {int64_t{_col.usn()}, static_cast<int64_t>(intTime(1)), jsonInt(Json(idText(model)))});
+  const Col::Stamp now = _col.stamp();
+  _col.db()->run("update cards set ord = (case " + clauses +
+                     " end),usn=?,mod=? where nid in (select id from notes where mid = ?)",
+                 {now.usn, now.mod, jsonInt(Json(idText(model)))});
 }
 
 void ModelManager::_syncTemplates(const Json& model) {
@@ -553,15 +536,15 @@ void ModelManager::_syncTemplates(const Json& model) {
 // --- Required fields ---
 
 void ModelManager::_updateRequired(Json& model) {
-  const Json* type = member(model, "type");
+  const Json* type = jsonFind(model, "type");
   if (type && jsonInt(*type) == kModelCloze) return;
   const std::vector<std::string> names = fieldNames(model);
   Json req = Json::array();
-  const Json* tmpls = member(model, "tmpls");
+  const Json* tmpls = jsonFind(model, "tmpls");
   if (tmpls && tmpls->is_array()) {
     for (const Json& t : *tmpls) {
       Json r = _reqForTemplate(model, names, t);
-      const Json* ord = member(t, "ord");
+      const Json* ord = jsonFind(t, "ord");
       req.push_back(Json::array({ord ? jsonInt(*ord) : 0, r[0], r[1]}));
     }
   }
@@ -573,7 +556,7 @@ Json ModelManager::_reqForTemplate(const Json& model, const std::vector<std::str
   const size_t n = fieldNames.size();
   const std::vector<std::string> a(n, kProbe);
   const std::vector<std::string> b(n, std::string());
-  const Json* ordValue = member(tmpl, "ord");
+  const Json* ordValue = jsonFind(tmpl, "ord");
   const int64_t ord = ordValue ? jsonInt(*ordValue) : 0;
   const Id mid = jsonInt(Json(idText(model)));
   auto question = [&](const std::vector<std::string>& fields) {
@@ -600,10 +583,10 @@ Json ModelManager::_reqForTemplate(const Json& model, const std::vector<std::str
 }
 
 std::vector<int> ModelManager::availOrds(const Json& model, const std::string& flds) {
-  const Json* type = member(model, "type");
+  const Json* type = jsonFind(model, "type");
   if (type && jsonInt(*type) == kModelCloze) return _availClozeOrds(model, flds);
   std::vector<int> avail;
-  const Json* req = member(model, "req");
+  const Json* req = jsonFind(model, "req");
   if (!req || !req->is_array()) return avail;
   const std::vector<std::string> fields = splitFields(flds);
   // A listed index beyond the note's fields has no value, which counts as empty.
@@ -636,9 +619,9 @@ std::vector<int> ModelManager::_availClozeOrds(const Json& model, const std::str
   const std::vector<std::string> fields = splitFields(flds);
   const Json fmap = fieldMap(model);
   std::string qfmt;
-  const Json* tmpls = member(model, "tmpls");
+  const Json* tmpls = jsonFind(model, "tmpls");
   if (tmpls && tmpls->is_array() && !tmpls->empty()) {
-    const Json* q = member((*tmpls)[0], "qfmt");
+    const Json* q = jsonFind((*tmpls)[0], "qfmt");
     if (q && q->is_string()) qfmt = q->get<std::string>();
   }
   std::vector<std::string> names = captures(clozeFieldRef(), qfmt);
@@ -701,7 +684,7 @@ Json& ModelManager::addClozeModel() {
   t["qfmt"] = "{{cloze:Text}}";
   t["afmt"] = "{{cloze:Text}}<br>\n{{Extra}}";
   addTemplate(m, std::move(t));
-  m["css"] = text(m, "css") + ".cloze { font-weight: bold; color: blue;}";
+  m["css"] = jsonText(m, "css") + ".cloze { font-weight: bold; color: blue;}";
   return add(std::move(m));
 }
 

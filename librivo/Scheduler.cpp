@@ -29,29 +29,6 @@ const Json& defaultGroup() {
   return group;
 }
 
-bool truthy(const Json& v) {
-  if (v.is_boolean()) return v.get<bool>();
-  if (v.is_number()) return v.get<double>() != 0;
-  return false;
-}
-
-double num(const Json& v, double fallback = 0) {
-  return v.is_number() ? v.get<double>() : fallback;
-}
-
-int64_t inum(const Json& v, int64_t fallback = 0) {
-  if (v.is_number_integer()) return v.get<int64_t>();
-  if (v.is_number()) return static_cast<int64_t>(v.get<double>());
-  return fallback;
-}
-
-const Json& member(const Json& obj, const char* key) {
-  static const Json null;
-  if (!obj.is_object()) return null;
-  auto it = obj.find(key);
-  return it == obj.end() ? null : *it;
-}
-
 bool isNumberList(const Json& v) {
   return v.is_array() &&
          std::all_of(v.begin(), v.end(), [](const Json& e) { return e.is_number(); });
@@ -71,7 +48,7 @@ bool fits(const std::string& key, const Json& v, const Json& def) {
 Json section(const Json* group, const char* name) {
   const Json& def = defaultGroup()[name];
   static const Json none;
-  const Json& given = group ? member(*group, name) : none;
+  const Json& given = group ? jsonMember(*group, name) : none;
   Json out = given.is_object() ? given : Json::object();
   for (const auto& [key, value] : def.items()) {
     auto it = out.find(key);
@@ -81,23 +58,17 @@ Json section(const Json* group, const char* name) {
 }
 
 size_t delayCount(const Json& conf) {
-  const Json& d = member(conf, "delays");
+  const Json& d = jsonMember(conf, "delays");
   return d.is_array() ? d.size() : 0;
 }
 
 int64_t counter(const Json& deck, const std::string& key) {
-  const Json& c = member(deck, key.c_str());
-  return c.is_array() && c.size() >= 2 ? inum(c[1]) : 0;
+  const Json& c = jsonMember(deck, key.c_str());
+  return c.is_array() && c.size() >= 2 ? jsonNumberInt(c[1]) : 0;
 }
 
 Id idOf(const Json& deck) {
-  return jsonInt(member(deck, "id"));
-}
-
-const std::string& nameOf(const Json& deck) {
-  static const std::string none;
-  const Json& n = member(deck, "name");
-  return n.is_string() ? n.get_ref<const std::string&>() : none;
+  return jsonInt(jsonMember(deck, "id"));
 }
 
 constexpr int kFactorAdd[5] = {0, 0, -150, 0, 150};
@@ -215,7 +186,7 @@ std::unique_ptr<Card> Scheduler::_getNewCard() {
 }
 
 void Scheduler::_updateNewCardRatio() {
-  const int64_t spread = jsonInt(member(_col.conf(), "newSpread"));
+  const int64_t spread = jsonInt(jsonMember(_col.conf(), "newSpread"));
   if (spread == 0 && newCount != 0) {
     newCardModulus = (newCount + revCount) / newCount;
     if (revCount != 0) newCardModulus = std::max(2, newCardModulus);
@@ -226,7 +197,7 @@ void Scheduler::_updateNewCardRatio() {
 
 bool Scheduler::_timeForNewCard() const {
   if (newCount == 0) return false;
-  const int64_t spread = jsonInt(member(_col.conf(), "newSpread"));
+  const int64_t spread = jsonInt(jsonMember(_col.conf(), "newSpread"));
   if (spread == 1) return false;
   if (spread == 2) return true;
   if (newCardModulus == 0 || reps == 0) return false;
@@ -279,7 +250,7 @@ void Scheduler::_lrnQueuePush(LrnEntry entry) {
 std::unique_ptr<Card> Scheduler::_getLrnCard(bool collapse) {
   if (!_fillLrn()) return nullptr;
   int64_t cutoff = intTime(1);
-  if (collapse) cutoff += jsonInt(member(_col.conf(), "collapseTime"), 1200);
+  if (collapse) cutoff += jsonInt(jsonMember(_col.conf(), "collapseTime"), 1200);
   if (_lrnQ.front().first > cutoff) return nullptr;
   const Id id = _lrnQ.front().second;
   _lrnQ.erase(_lrnQ.begin());
@@ -345,13 +316,10 @@ bool Scheduler::_fillRev() {
       const Id did = _revDids.front();
       const int lim = std::min(queueLimit, _deckRevLimit(did));
       if (lim != 0) {
-        std::vector<Value> rows =
-            _col.db()->list("select id from cards where did = ? and queue = 2 and due <= ? limit ?",
-                            {did, _today, int64_t{lim}});
-        if (!rows.empty()) {
-          std::vector<Id> ids;
-          ids.reserve(rows.size());
-          for (const Value& v : rows) ids.push_back(toInt(v));
+        std::vector<Id> ids =
+            _col.db()->ids("select id from cards where did = ? and queue = 2 and due <= ? limit ?",
+                           {did, _today, int64_t{lim}});
+        if (!ids.empty()) {
           if (_col.decks().isDyn(did)) {
             std::reverse(ids.begin(), ids.end());
           } else {
@@ -442,11 +410,6 @@ bool Scheduler::haveBuried() {
 
 // --- Option lookups ---
 
-Json Scheduler::_cardConf(const Card& card) {
-  const Json* conf = _col.decks().confForDid(card.did);
-  return conf ? *conf : defaultGroup();
-}
-
 const Json& Scheduler::_groupOf(const Json& did) {
   const Json* conf = _col.decks().confForDid(did);
   return conf ? *conf : defaultGroup();
@@ -456,13 +419,14 @@ Json Scheduler::_newConf(const Card& card) {
   const Json& conf = _groupOf(card.did);
   if (!card.odid) return section(&conf, "new");
   const Json home = section(&_groupOf(card.odid), "new");
-  const Json& bury = member(home, "bury");
-  const Json& delays = member(conf, "delays");
+  const Json& bury = jsonMember(home, "bury");
+  const Json& delays = jsonMember(conf, "delays");
   return Json{{"ints", home["ints"]},
               {"initialFactor", home["initialFactor"]},
-              {"bury", bury.is_null() ? true : truthy(bury)},
+              {"bury", bury.is_null() ? true : jsonBool(bury)},
               {"delays", isNumberList(delays) ? delays : home["delays"]},
-              {"separate", member(conf, "separate").is_null() || truthy(member(conf, "separate"))},
+              {"separate",
+               jsonMember(conf, "separate").is_null() || jsonBool(jsonMember(conf, "separate"))},
               {"order", 1},
               {"perDay", reportLimit}};
 }
@@ -471,13 +435,14 @@ Json Scheduler::_lapseConf(const Card& card) {
   const Json& conf = _groupOf(card.did);
   if (!card.odid) return section(&conf, "lapse");
   const Json home = section(&_groupOf(card.odid), "lapse");
-  const Json& delays = member(conf, "delays");
-  return Json{{"minInt", home["minInt"]},
-              {"leechFails", home["leechFails"]},
-              {"leechAction", home["leechAction"]},
-              {"mult", home["mult"]},
-              {"delays", isNumberList(delays) ? delays : home["delays"]},
-              {"resched", member(conf, "resched").is_null() || truthy(member(conf, "resched"))}};
+  const Json& delays = jsonMember(conf, "delays");
+  return Json{
+      {"minInt", home["minInt"]},
+      {"leechFails", home["leechFails"]},
+      {"leechAction", home["leechAction"]},
+      {"mult", home["mult"]},
+      {"delays", isNumberList(delays) ? delays : home["delays"]},
+      {"resched", jsonMember(conf, "resched").is_null() || jsonBool(jsonMember(conf, "resched"))}};
 }
 
 Json Scheduler::_revConf(const Card& card) {
@@ -490,9 +455,9 @@ Json Scheduler::_lrnConf(const Card& card) {
 
 bool Scheduler::_resched(const Card& card) {
   const Json& conf = _groupOf(card.did);
-  if (!truthy(member(conf, "dyn"))) return true;
-  const Json& resched = member(conf, "resched");
-  return resched.is_null() || truthy(resched);
+  if (!jsonBool(jsonMember(conf, "dyn"))) return true;
+  const Json& resched = jsonMember(conf, "resched");
+  return resched.is_null() || jsonBool(resched);
 }
 
 // --- Answering ---
@@ -523,16 +488,17 @@ void Scheduler::answerCard(Card& card, int ease) {
     _updateStats(card, "rev");
   }
   _updateStats(card, "time", card.timeTaken());
-  card.mod = intTime(1);
-  card.usn = _col.usn();
+  const Col::Stamp now = _col.stamp();
+  card.mod = now.mod;
+  card.usn = static_cast<int>(now.usn);
   card.flushSched();
 }
 
 void Scheduler::_burySiblings(const Card& card) {
   // A group without the key buries.
   auto buries = [](const Json& conf) {
-    const Json& bury = member(conf, "bury");
-    return bury.is_null() || truthy(bury);
+    const Json& bury = jsonMember(conf, "bury");
+    return bury.is_null() || jsonBool(bury);
   };
   const bool buryNew = buries(_newConf(card));
   const bool buryRev = buries(_revConf(card));
@@ -555,8 +521,8 @@ void Scheduler::_burySiblings(const Card& card) {
   }
   if (toBury.empty()) return;
   const std::string ids = ids2str(toBury);
-  _col.db()->run("update cards set queue=-2,mod=?,usn=? where id in " + ids,
-                 {static_cast<int64_t>(intTime(1)), int64_t{_col.usn()}});
+  const Col::Stamp now = _col.stamp();
+  _col.db()->run("update cards set queue=-2,mod=?,usn=? where id in " + ids, {now.mod, now.usn});
   _col.log({"burySiblings", ids});
 }
 
@@ -579,13 +545,14 @@ void Scheduler::_answerLrnCard(Card& card, int ease) {
   }
   if (ease == 2) {
     const int n = card.left % 1000 - 1;
-    card.left = n + 1000 * _leftToday(member(conf, "delays"), n);
+    card.left = n + 1000 * _leftToday(jsonMember(conf, "delays"), n);
   } else {
     card.left = _startingLeft(card);
     const bool resched = _resched(card);
     if (resched && conf.contains("mult")) {
-      const double scaled = std::max(static_cast<double>(card.ivl) * num(conf["mult"]), 1.0);
-      card.ivl = std::max(static_cast<int64_t>(scaled), inum(member(conf, "minInt"), 1));
+      const double scaled = std::max(static_cast<double>(card.ivl) * jsonNumber(conf["mult"]), 1.0);
+      card.ivl =
+          std::max(static_cast<int64_t>(scaled), jsonNumberInt(jsonMember(conf, "minInt"), 1));
     }
     if (resched && card.odid) card.odue = _today + 1;
   }
@@ -606,18 +573,18 @@ void Scheduler::_answerLrnCard(Card& card, int ease) {
 }
 
 int64_t Scheduler::_delayForGrade(const Json& conf, int left) const {
-  const Json& delays = member(conf, "delays");
+  const Json& delays = jsonMember(conf, "delays");
   if (!delays.is_array() || delays.empty()) return 60;
   const int n = left % 1000;
   const size_t count = delays.size();
-  const double delay =
-      n >= 1 && count >= static_cast<size_t>(n) ? num(delays[count - n]) : num(delays[0]);
+  const double delay = n >= 1 && count >= static_cast<size_t>(n) ? jsonNumber(delays[count - n])
+                                                                 : jsonNumber(delays[0]);
   return static_cast<int64_t>(static_cast<float>(delay) * 60.0);
 }
 
 int Scheduler::_startingLeft(const Card& card) {
   const Json conf = card.type == kTypeReview ? _lapseConf(card) : _lrnConf(card);
-  const Json& delays = member(conf, "delays");
+  const Json& delays = jsonMember(conf, "delays");
   const int n = static_cast<int>(delayCount(conf));
   return n + 1000 * _leftToday(delays, n);
 }
@@ -626,7 +593,7 @@ int Scheduler::_leftToday(const Json& delays, int left, int64_t now) const {
   if (now == 0) now = intTime(1);
   std::vector<double> steps;
   if (delays.is_array())
-    for (const Json& d : delays) steps.push_back(num(d));
+    for (const Json& d : delays) steps.push_back(jsonNumber(d));
   const size_t keep = static_cast<size_t>(std::max(left, 0));
   if (steps.size() > keep) steps.erase(steps.begin(), steps.end() - static_cast<ptrdiff_t>(keep));
   if (steps.empty()) return 1;
@@ -667,17 +634,18 @@ void Scheduler::_rescheduleAsRev(Card& card, const Json& conf, bool early) {
 void Scheduler::_rescheduleNew(Card& card, const Json& conf, bool early) {
   card.ivl = _graduatingIvl(card, conf, early);
   card.due = _today + card.ivl;
-  card.factor = static_cast<int>(inum(member(conf, "initialFactor"), 2500));
+  card.factor = static_cast<int>(jsonNumberInt(jsonMember(conf, "initialFactor"), 2500));
 }
 
 int64_t Scheduler::_graduatingIvl(Card& card, const Json& conf, bool early, bool adj) {
   if (card.type == kTypeReview) {
-    if (card.odid && truthy(member(conf, "resched"))) return _dynIvlBoost(card);
+    if (card.odid && jsonBool(jsonMember(conf, "resched"))) return _dynIvlBoost(card);
     return card.ivl;
   }
-  const Json& ints = member(conf, "ints");
+  const Json& ints = jsonMember(conf, "ints");
   const size_t i = early ? 1 : 0;
-  const int64_t ideal = ints.is_array() && ints.size() > i ? inum(ints[i]) : (early ? 4 : 1);
+  const int64_t ideal =
+      ints.is_array() && ints.size() > i ? jsonNumberInt(ints[i]) : (early ? 4 : 1);
   return adj ? _adjRevIvl(ideal) : ideal;
 }
 
@@ -715,9 +683,9 @@ int64_t Scheduler::_rescheduleLapse(Card& card) {
 }
 
 int64_t Scheduler::_nextLapseIvl(const Card& card, const Json& conf) const {
-  const float mult = static_cast<float>(num(member(conf, "mult")));
+  const float mult = static_cast<float>(jsonNumber(jsonMember(conf, "mult")));
   const auto scaled = static_cast<int64_t>(static_cast<float>(card.ivl) * mult);
-  return std::max(inum(member(conf, "minInt"), 1), scaled);
+  return std::max(jsonNumberInt(jsonMember(conf, "minInt"), 1), scaled);
 }
 
 void Scheduler::_rescheduleRev(Card& card, int ease) {
@@ -740,8 +708,8 @@ int64_t Scheduler::_nextRevIvl(const Card& card, int ease) {
   const Json conf = _revConf(card);
   const auto d = static_cast<int32_t>(_daysLate(card));
   const auto fct = static_cast<float>(static_cast<double>(card.factor) / 1000.0);
-  const auto ivlFct = static_cast<float>(num(member(conf, "ivlFct"), 1.0));
-  const auto ease4 = static_cast<float>(num(member(conf, "ease4"), 1.3));
+  const auto ivlFct = static_cast<float>(jsonNumber(jsonMember(conf, "ivlFct"), 1.0));
+  const auto ease4 = static_cast<float>(jsonNumber(jsonMember(conf, "ease4"), 1.3));
   const int64_t ivl = card.ivl;
   // Each button gives at least a day more than the one before it.
   auto constrain = [ivlFct](int64_t x, int64_t previous) {
@@ -753,7 +721,7 @@ int64_t Scheduler::_nextRevIvl(const Card& card, int ease) {
   const float easyRaw = static_cast<float>(ivl + d) * fct * ease4;
   const int32_t easy = constrain(static_cast<int64_t>(easyRaw), good);
   const int64_t chosen = ease == 2 ? hard : ease == 3 ? good : easy;
-  return std::min(chosen, inum(member(conf, "maxIvl"), 36500));
+  return std::min(chosen, jsonNumberInt(jsonMember(conf, "maxIvl"), 36500));
 }
 
 int64_t Scheduler::_daysLate(const Card& card) const {
@@ -794,18 +762,18 @@ int64_t Scheduler::_dynIvlBoost(const Card& card) {
   const float x = static_cast<float>(elapsed) * f;
   int64_t ivl = static_cast<int64_t>(std::max(x, static_cast<float>(card.ivl)));
   ivl = std::max<int64_t>(ivl, 1);
-  return std::min(ivl, inum(member(_revConf(card), "maxIvl"), 36500));
+  return std::min(ivl, jsonNumberInt(jsonMember(_revConf(card), "maxIvl"), 36500));
 }
 
 bool Scheduler::_checkLeech(Card& card, const Json& conf) {
-  const int64_t lf = inum(member(conf, "leechFails"));
+  const int64_t lf = jsonNumberInt(jsonMember(conf, "leechFails"));
   if (lf == 0 || card.lapses < lf) return false;
   if ((card.lapses - lf) % std::max<int64_t>(lf / 2, 1) != 0) return false;
   if (auto note = card.note()) {
     note->addTag("leech");
     note->flush();
   }
-  if (inum(member(conf, "leechAction")) == 0) {
+  if (jsonNumberInt(jsonMember(conf, "leechAction")) == 0) {
     if (card.odue) card.due = card.odue;
     if (card.odid) card.did = card.odid;
     card.odid = 0;
@@ -869,7 +837,7 @@ int64_t Scheduler::nextIvl(Card& card, int ease) {
     return _nextLrnIvl(card, ease);
   if (ease == 1) {
     const Json conf = _lapseConf(card);
-    if (delayCount(conf) > 0) return inum(conf["delays"][0]) * 60;
+    if (delayCount(conf) > 0) return jsonNumberInt(conf["delays"][0]) * 60;
     return _nextLapseIvl(card, conf) * 86400;
   }
   return _nextRevIvl(card, ease) * 86400;
@@ -894,15 +862,17 @@ std::string Scheduler::nextIvlStr(Card& card, int ease, bool shortForm) {
 // --- Deck limits ---
 
 int Scheduler::_deckNewLimitSingle(const Json& deck) {
-  if (truthy(member(deck, "dyn"))) return reportLimit;
-  const Json group = section(&_groupOf(member(deck, "id")), "new");
-  return static_cast<int>(std::max<int64_t>(0, inum(group["perDay"]) - counter(deck, "newToday")));
+  if (jsonBool(jsonMember(deck, "dyn"))) return reportLimit;
+  const Json group = section(&_groupOf(jsonMember(deck, "id")), "new");
+  return static_cast<int>(
+      std::max<int64_t>(0, jsonNumberInt(group["perDay"]) - counter(deck, "newToday")));
 }
 
 int Scheduler::_deckRevLimitSingle(const Json& deck) {
-  if (truthy(member(deck, "dyn"))) return reportLimit;
-  const Json group = section(&_groupOf(member(deck, "id")), "rev");
-  return static_cast<int>(std::max<int64_t>(0, inum(group["perDay"]) - counter(deck, "revToday")));
+  if (jsonBool(jsonMember(deck, "dyn"))) return reportLimit;
+  const Json group = section(&_groupOf(jsonMember(deck, "id")), "rev");
+  return static_cast<int>(
+      std::max<int64_t>(0, jsonNumberInt(group["perDay"]) - counter(deck, "revToday")));
 }
 
 int Scheduler::_deckLimitWith(Id did, const LimitFn& fn) {
@@ -960,7 +930,7 @@ int Scheduler::_revForDeck(Id did, int lim) {
 }
 
 int Scheduler::_lrnForDeck(Id did) {
-  const int64_t ahead = intTime(1) + jsonInt(member(_col.conf(), "collapseTime"), 1200);
+  const int64_t ahead = intTime(1) + jsonInt(jsonMember(_col.conf(), "collapseTime"), 1200);
   int64_t count = _col.db()->scalarInt(
       "select sum(left/1000) from (select left from cards where did = ? and queue = 1 and due < ? "
       "limit ?)",
@@ -983,7 +953,7 @@ void Scheduler::_updateStats(const Card& card, const std::string& type, int64_t 
     // A counter of another day (a deck made since the last reset) starts today at 0.
     if (!value.is_array() || value.size() < 2 || jsonInt(value[0], -1) != _today)
       value = Json::array({_today, 0});
-    value[1] = inum(value[1]) + count;
+    value[1] = jsonNumberInt(value[1]) + count;
     _col.decks().save(d);
   }
 }
@@ -1002,7 +972,7 @@ void Scheduler::extendLimits(int newCards, int revCards) {
       // A counter of another day (a deck made since the last reset) starts today at 0.
       if (!value.is_array() || value.size() < 2 || jsonInt(value[0], -1) != _today)
         value = Json::array({_today, 0});
-      value[1] = inum(value[1]) - amount;
+      value[1] = jsonNumberInt(value[1]) - amount;
     }
     _col.decks().save(d);
   }
@@ -1012,59 +982,58 @@ void Scheduler::extendLimits(int newCards, int revCards) {
 
 void Scheduler::unburyCardsForDeck() {
   const std::string dids = _deckLimit();
-  std::vector<Id> ids;
-  for (const Value& v : _col.db()->list("select id from cards where queue = -2 and did in " + dids))
-    ids.push_back(toInt(v));
+  std::vector<Id> ids = _col.db()->ids("select id from cards where queue = -2 and did in " + dids);
   _col.log({"unburyCardsForDeck", ids2str(ids)});
+  const Col::Stamp now = _col.stamp();
   _col.db()->run("update cards set mod=?,usn=?,queue=type where queue=-2 and did in " + dids,
-                 {static_cast<int64_t>(intTime(1)), int64_t{_col.usn()}});
+                 {now.mod, now.usn});
 }
 
 void Scheduler::suspendCards(const std::vector<Id>& ids) {
   _col.log({"suspendCards", ids2str(ids)});
   remFromDyn(ids);
   removeLrnForIDs(ids);
+  const Col::Stamp now = _col.stamp();
   _col.db()->run("update cards set queue=-1,mod=?,usn=? where id in " + ids2str(ids),
-                 {static_cast<int64_t>(intTime(1)), int64_t{_col.usn()}});
+                 {now.mod, now.usn});
 }
 
 void Scheduler::unsuspendCards(const std::vector<Id>& ids) {
   _col.log({"unsuspendCards", ids2str(ids)});
+  const Col::Stamp now = _col.stamp();
   _col.db()->run(
       "update cards set queue=type,mod=?,usn=? where queue = -1 and id in " + ids2str(ids),
-      {static_cast<int64_t>(intTime(1)), int64_t{_col.usn()}});
+      {now.mod, now.usn});
 }
 
 void Scheduler::buryCard(Id cid) {
   _col.log({"buryCard", std::to_string(cid)});
   remFromDyn({cid});
   removeLrnForIDs({cid});
-  _col.db()->run("update cards set queue=-2,mod=?,usn=? where id = ?",
-                 {static_cast<int64_t>(intTime(1)), int64_t{_col.usn()}, cid});
+  const Col::Stamp now = _col.stamp();
+  _col.db()->run("update cards set queue=-2,mod=?,usn=? where id = ?", {now.mod, now.usn, cid});
 }
 
 void Scheduler::buryNote(Id nid) {
-  std::vector<Id> ids;
-  for (const Value& v : _col.db()->list("select id from cards where nid = ? and queue >= 0", {nid}))
-    ids.push_back(toInt(v));
+  std::vector<Id> ids = _col.db()->ids("select id from cards where nid = ? and queue >= 0", {nid});
   _col.log({"buryNote", ids2str(ids)});
   remFromDyn(ids);
   removeLrnForIDs(ids);
+  const Col::Stamp now = _col.stamp();
   _col.db()->run("update cards set queue=-2,mod=?,usn=? where id in " + ids2str(ids),
-                 {static_cast<int64_t>(intTime(1)), int64_t{_col.usn()}});
+                 {now.mod, now.usn});
 }
 
 void Scheduler::removeLrnForIDs(const std::vector<Id>& ids) {
   const std::string clause = " and id in " + ids2str(ids);
+  const Col::Stamp now = _col.stamp();
   _col.db()->run(
       "update cards set due = odue, queue = 2, mod = ?, usn = ?, odue = 0 where queue in (1,3) "
       "and type = 2 " +
           clause,
-      {static_cast<int64_t>(intTime(1)), int64_t{_col.usn()}});
+      {now.mod, now.usn});
   // What is still learning was never a review: it starts again as a new card.
-  std::vector<Id> learning;
-  for (const Value& v : _col.db()->list("select id from cards where queue in (1,3) " + clause))
-    learning.push_back(toInt(v));
+  std::vector<Id> learning = _col.db()->ids("select id from cards where queue in (1,3) " + clause);
   forgetCards(learning);
 }
 
@@ -1124,21 +1093,17 @@ void Scheduler::sortCards(const std::vector<Id>& ids, int start, int step, bool 
 }
 
 void Scheduler::randomizeCards(Id did) {
-  std::vector<Id> ids;
-  for (const Value& v : _col.db()->list("select id from cards where did = ?", {did}))
-    ids.push_back(toInt(v));
+  std::vector<Id> ids = _col.db()->ids("select id from cards where did = ?", {did});
   sortCards(ids, true);
 }
 
 void Scheduler::orderCards(Id did) {
-  std::vector<Id> ids;
-  for (const Value& v : _col.db()->list("select id from cards where did = ? order by id", {did}))
-    ids.push_back(toInt(v));
+  std::vector<Id> ids = _col.db()->ids("select id from cards where did = ? order by id", {did});
   sortCards(ids);
 }
 
 void Scheduler::resortConf(const Json& conf) {
-  const bool randomOrder = inum(section(&conf, "new")["order"]) == 0;
+  const bool randomOrder = jsonNumberInt(section(&conf, "new")["order"]) == 0;
   for (Id did : _col.decks().didsForConf(conf)) {
     if (randomOrder)
       randomizeCards(did);
@@ -1149,7 +1114,7 @@ void Scheduler::resortConf(const Json& conf) {
 
 void Scheduler::maybeRandomizeDeck(Id did) {
   const Json* conf = _col.decks().confForDid(did);
-  if (conf && inum(section(conf, "new")["order"]) == 0) randomizeCards(did);
+  if (conf && jsonNumberInt(section(conf, "new")["order"]) == 0) randomizeCards(did);
 }
 
 std::string Scheduler::_nextDueMsg() {
@@ -1168,7 +1133,7 @@ std::string Scheduler::_nextDueMsg() {
         "Some related or buried cards were delayed. They will be shown in a future study "
         "session, or you can <a href=_unbury>unbury cards now</a>.");
   const Json* cur = _col.decks().current();
-  if (_haveCustomStudy && !(cur && truthy(member(*cur, "dyn"))))
+  if (_haveCustomStudy && !(cur && jsonBool(jsonMember(*cur, "dyn"))))
     parts.push_back(
         "To study outside of the normal schedule, you can use<br><a href=_cstudy "
         "style='padding:2em;'>Custom Study.</a>");
@@ -1202,7 +1167,7 @@ const std::map<int, std::string>& Scheduler::dynOrderLabels() {
 std::vector<Id> Scheduler::rebuildDynForDeck(Id did) {
   if (!did) did = _col.decks().selected();
   const Json* deck = _col.decks().getDeck(did, false);
-  if (!deck || !truthy(member(*deck, "dyn"))) return {};
+  if (!deck || !jsonBool(jsonMember(*deck, "dyn"))) return {};
   emptyDyn(did);
   std::vector<Id> ids = _fillDyn(*deck);
   if (ids.empty()) return {};
@@ -1212,14 +1177,14 @@ std::vector<Id> Scheduler::rebuildDynForDeck(Id did) {
 
 std::vector<Id> Scheduler::_fillDyn(const Json& deck) {
   // Only the first term counts; a damaged one reads as an empty search.
-  const Json& terms = member(deck, "terms");
+  const Json& terms = jsonMember(deck, "terms");
   const Json& term = terms.is_array() && !terms.empty() ? terms[0] : Json();
   std::string search;
   int64_t limit = 0, order = 6;
   if (term.is_array() && term.size() >= 3) {
     if (term[0].is_string()) search = term[0].get<std::string>();
-    limit = inum(term[1]);
-    order = inum(term[2], 6);
+    limit = jsonNumberInt(term[1]);
+    order = jsonNumberInt(term[2], 6);
   }
   const std::string sort = _dynOrder(order, limit);
   search += " -is:suspended -is:buried -deck:filtered";
@@ -1268,16 +1233,15 @@ void Scheduler::_moveToDyn(Id did, const std::vector<Id>& ids) {
 
 void Scheduler::emptyDyn(Id did, const std::string& lim) {
   const std::string where = lim.empty() ? "did = " + std::to_string(did) : lim;
-  std::vector<Id> ids;
-  for (const Value& v : _col.db()->list("select id from cards where " + where))
-    ids.push_back(toInt(v));
+  std::vector<Id> ids = _col.db()->ids("select id from cards where " + where);
   _col.log({"emptyDyn", ids2str(ids)});
+  const Col::Stamp now = _col.stamp();
   _col.db()->run(
       "update cards set did = odid, queue = (case when type = 1 then 0 else type end), type = "
       "(case when type = 1 then 0 else type end), due = odue, odue = 0, odid = 0, usn = ?, mod "
       "= ? where " +
           where,
-      {static_cast<int64_t>(_col.usn()), static_cast<int64_t>(intTime(1))});
+      {now.usn, now.mod});
 }
 
 void Scheduler::remFromDyn(const std::vector<Id>& ids) {
@@ -1293,18 +1257,19 @@ std::vector<DeckDueRow> Scheduler::deckDueList() {
   // Each pass either finishes or removes a deck, so the passes are bounded by the deck count.
   for (size_t pass = 0; pass <= dm.count(); ++pass) {
     std::vector<Json*> decks = dm.all();
-    std::stable_sort(decks.begin(), decks.end(),
-                     [](const Json* a, const Json* b) { return nameOf(*a) < nameOf(*b); });
+    std::stable_sort(decks.begin(), decks.end(), [](const Json* a, const Json* b) {
+      return jsonText(*a, "name") < jsonText(*b, "name");
+    });
     std::map<std::string, std::pair<int, int>> limits;
     std::vector<DeckDueRow> rows;
     bool restart = false;
     for (Json* deck : decks) {
       const Id did = idOf(*deck);
-      if (nameOf(*deck).empty()) {
+      if (jsonText(*deck, "name").empty()) {
         dm.rename(*deck, "(blank)");
         _col.save();
       }
-      const std::string name = nameOf(*deck);
+      const std::string name = jsonText(*deck, "name");
       const size_t cut = name.rfind("::");
       const std::string parent = cut == std::string::npos ? std::string() : name.substr(0, cut);
       if (limits.count(name) || (!parent.empty() && !limits.count(parent))) {
@@ -1377,15 +1342,16 @@ std::vector<DeckDueNode> Scheduler::_groupChildren(const std::vector<DeckDueRow>
           // The list has removed every deck without a parent, so each node has its deck.
           if (!node.did) throw std::logic_error("did");
           const Json& conf = _groupOf(node.did);
-          if (!truthy(member(conf, "dyn"))) {
+          if (!jsonBool(jsonMember(conf, "dyn"))) {
             const Json* deck = _col.decks().getDeck(node.did);
             const Json rev = section(&conf, "rev");
             const Json fresh = section(&conf, "new");
             node.rev = static_cast<int>(std::max<int64_t>(
-                0, std::min<int64_t>(node.rev, inum(rev["perDay"]) - counter(*deck, "revToday"))));
+                0, std::min<int64_t>(node.rev,
+                                     jsonNumberInt(rev["perDay"]) - counter(*deck, "revToday"))));
             node.newCount = static_cast<int>(std::max<int64_t>(
                 0, std::min<int64_t>(node.newCount,
-                                     inum(fresh["perDay"]) - counter(*deck, "newToday"))));
+                                     jsonNumberInt(fresh["perDay"]) - counter(*deck, "newToday"))));
           }
           nodes.push_back(std::move(node));
         }
@@ -1424,7 +1390,7 @@ void Scheduler::_updateCutoff() {
   if (!hadToday || oldToday != _today)
     _col.log({"updateCutoff", std::to_string(_today), std::to_string(_dayCutOff)});
   _col.decks().rollCounters(_today);
-  if (jsonInt(member(_col.conf(), "lastUnburied")) < _today) unburyCards();
+  if (jsonInt(jsonMember(_col.conf(), "lastUnburied")) < _today) unburyCards();
 }
 
 void Scheduler::_checkDay() {
@@ -1433,9 +1399,7 @@ void Scheduler::_checkDay() {
 
 void Scheduler::unburyCards() {
   _col.conf()["lastUnburied"] = _today;
-  std::vector<Id> ids;
-  for (const Value& v : _col.db()->list("select id from cards where queue = -2"))
-    ids.push_back(toInt(v));
+  std::vector<Id> ids = _col.db()->ids("select id from cards where queue = -2");
   _col.log({"unburyCards", ids2str(ids)});
   _col.db()->run("update cards set queue=type where queue=-2");
 }

@@ -161,7 +161,6 @@ class Scheduler {
 
   // Option lookups: dictionaries with every key the scheduler reads, of the right type; a
   // missing or wrongly typed value reads as the default group's.
-  Json _cardConf(const Card& card);
   Json _newConf(const Card& card);
   Json _lapseConf(const Card& card);
   Json _revConf(const Card& card);

@@ -189,16 +189,16 @@ std::vector<Id> TagManager::selTagNidsMatching(const std::vector<std::string>& w
     sql += " where " + joinWith(anyOf, " or ");
   else if (!noneOf.empty())
     sql += " where " + joinWith(noneOf, " and ");
-  std::vector<Id> nids;
-  for (const Value& v : _col.db()->list(sql, args)) nids.push_back(toInt(v));
+  std::vector<Id> nids = _col.db()->ids(sql, args);
   return nids;
 }
 
 void TagManager::setDeckForTagsMatching(const std::vector<std::string>& wanted,
                                         const std::vector<std::string>& unwanted, Id did) {
   const std::vector<Id> nids = selTagNidsMatching(wanted, unwanted);
+  const Col::Stamp now = _col.stamp();
   _col.db()->run("update cards set did=?,mod=?,usn=? where nid in " + ids2str(nids),
-                 {did, static_cast<int64_t>(intTime(1)), int64_t{_col.usn()}});
+                 {did, now.mod, now.usn});
 }
 
 }  // namespace rivo
