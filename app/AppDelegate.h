@@ -80,6 +80,10 @@ class AppDelegate {
   // with status 128 + its number and without the queued jobs. Any thread.
   void terminate(int status = 0, bool finishQueuedWork = true);
 
+  // The open collection, or null. Any thread may ask; the collection itself is used on the
+  // main loop and in jobs only (never both at once: input is frozen while a job runs). A
+  // profile switch replaces it on the main loop, so a caller keeps the pointer no longer than
+  // its own main block or job.
   Col* col() const;
   // The profile loader hands the opened collection over here; it gets the progress sink.
   void setCol(std::unique_ptr<Col> col);
@@ -164,11 +168,14 @@ class AppDelegate {
 
   Ui& _ui;
   Options _options;
+  // Main loop only: the spinner stack, the question's callback and the popup flag.
   std::vector<std::string> _spinnerMsgs;
   std::unique_ptr<Dispatch> _dispatch;
   std::function<void(bool)> _askUserBlock;
   bool _popup = false;
 
+  // Guards the `_col` pointer, not the collection's use. When both are held, _timerMutex
+  // is taken first (stopping the timer saves the collection).
   mutable std::mutex _colMutex;
   std::unique_ptr<Col> _col;
   std::unique_ptr<Preferences> _prefs;
@@ -176,6 +183,7 @@ class AppDelegate {
   NotificationCenter _notifications;
   std::vector<NotificationCenter::Token> _observers;
 
+  // Guards `_saveTimer`, which the main loop and terminate() (any thread) reach.
   mutable std::mutex _timerMutex;
   std::shared_ptr<Timer> _saveTimer;
 

@@ -28,6 +28,7 @@ class NotificationCenter {
     std::string name;
     std::shared_ptr<Observer> observer;
   };
+  // Guards `_observers` and `_next`; not held while observers are called.
   mutable std::mutex _m;
   std::map<Token, Entry> _observers;
   Token _next = 1;

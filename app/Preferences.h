@@ -62,6 +62,8 @@ class Preferences {
   bool _write(const std::string& text);
 
   std::string _path;
+  // `_writeLock` keeps writes of the file one at a time and is taken first; `_m` guards
+  // `_values` and `_dirty` and is never held across the write itself.
   mutable std::mutex _m;
   std::mutex _writeLock;
   Json _values = Json::object();

@@ -30,6 +30,8 @@ class SignalWatcher {
 
   std::vector<int> _signals;
   std::vector<struct sigaction> _previous;
+  // Guards `_restored` (and the restoring of `_previous`), which the watcher's thread and the
+  // destructor may both reach.
   std::mutex _m;
   bool _restored = false;
   Handler _handler;

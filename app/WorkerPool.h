@@ -43,6 +43,8 @@ class WorkerPool {
   void _loop();
 
   std::string _label;
+  // Guards `_tasks`, `_closed` and `_running`; `_cv` wakes the pool's threads when a task
+  // arrives or the pool closes.
   mutable std::mutex _m;
   std::condition_variable _cv;
   std::deque<Task> _tasks;
