@@ -17,8 +17,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const char* const kExtension = ".rpkg";
-const char* const kCollectionEntry = "collection.rivo2";
+constexpr auto kExtension = RivoPackageImporter::kExtension;
+constexpr auto kCollectionEntry = RivoPackageImporter::kCollectionEntry;
 // A backup spares the processor: the collection is stored as it is.
 constexpr int kStored = 0;
 // More digits could overflow, and no profile makes that many backups.

@@ -7,6 +7,7 @@
 #include "librivo/DeckManager.h"
 #include "librivo/MediaManager.h"
 #include "librivo/PackageWriter.h"
+#include "librivo/RivoPackageImporter.h"
 #include "librivo/Utils.h"
 
 namespace rivo {
@@ -15,8 +16,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const char* const kCollectionEntry = "collection.rivo2";
-const char* const kMediaEntry = "media";
+constexpr auto kCollectionEntry = RivoPackageImporter::kCollectionEntry;
+constexpr auto kMediaEntry = RivoPackageImporter::kMediaEntry;
 // Media files are stored: they are compressed already, most of them.
 constexpr int kStored = 0;
 

@@ -21,8 +21,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const char* const kCollectionEntry = "collection.rivo2";
-const char* const kMediaEntry = "media";
+constexpr auto kCollectionEntry = RivoPackageImporter::kCollectionEntry;
+constexpr auto kMediaEntry = RivoPackageImporter::kMediaEntry;
 // The collection entry is copied out in pieces of this size.
 constexpr size_t kCopyPiece = 0x100000;
 // The media list is one flat object.

@@ -35,6 +35,11 @@ namespace rivo {
 
 class RivoPackageImporter : public Rivo2Importer {
  public:
+  // The package's names, shared with whatever writes one.
+  static constexpr const char* kExtension = ".rpkg";
+  static constexpr const char* kCollectionEntry = "collection.rivo2";
+  static constexpr const char* kMediaEntry = "media";
+
   // Largest media list read; a real one for 100,000 files is a few MiB.
   static constexpr uint64_t kMaxMapBytes = 64 << 20;
   // Room the import always leaves on a disk.
