@@ -17,6 +17,7 @@
 #include "app/DecksViewController.h"
 #include "app/ProfileManager.h"
 #include "bench/GeneratedCollection.h"
+#include "bench/LaunchedApp.h"
 #include "bench/SqlRecorder.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
@@ -49,13 +50,7 @@ struct Served {
   std::unique_ptr<rivo::WebServer> server;
 
   Served() {
-    rivo::AppDelegate::Options o;
-    o.dataDir = dataDir();
-    o.handleSignals = false;
-    o.screens = true;
-    app = std::make_unique<rivo::AppDelegate>(bridge, o);
-    bridge.attach(*app);
-    app->launch();
+    app = rivo::bench::launchApp(bridge, dataDir());
     server = std::make_unique<rivo::WebServer>(bridge, rivo::WebServer::Options{});
     server->start();
   }

@@ -17,6 +17,7 @@
 #include "app/NavigationController.h"
 #include "app/StudyViewController.h"
 #include "bench/GeneratedCollection.h"
+#include "bench/LaunchedApp.h"
 #include "bench/SqlRecorder.h"
 #include "librivo/Card.h"
 #include "librivo/Col.h"
@@ -58,13 +59,7 @@ struct Studying {
   rivo::StudyViewController* svc = nullptr;
 
   Studying() {
-    rivo::AppDelegate::Options o;
-    o.dataDir = dataDir();
-    o.handleSignals = false;
-    o.screens = true;
-    app = std::make_unique<rivo::AppDelegate>(bridge, o);
-    bridge.attach(*app);
-    app->launch();
+    app = rivo::bench::launchApp(bridge, dataDir());
     main().runUntil([&] { return app->dvc() && !bridge.snapshot()["screen"]["sections"].empty(); },
                     60s);
     rivo::Col& col = *app->col();
