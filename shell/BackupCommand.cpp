@@ -1,5 +1,6 @@
 #include "shell/BackupCommand.h"
 
+#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <stdexcept>
@@ -40,6 +41,17 @@ void BackupCommand::run(AppDelegate& app, bool force) {
             throw std::runtime_error("Backup failed: " + result->error);
         }
       });
+}
+
+CLI::App* BackupCommand::add(CLI::App& cli) {
+  CLI::App* backup = cli.add_subcommand(
+      "backup", "Back the collection up, unless the newest backup is recent (see --force).");
+  backup->add_flag("--force", _force, "back up whatever the limits say");
+  return backup;
+}
+
+int BackupCommand::main(const CommandSettings& settings) {
+  return withApp(settings, false, [this](AppDelegate& app) { run(app, _force); });
 }
 
 }  // namespace rivo

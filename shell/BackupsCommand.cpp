@@ -1,5 +1,6 @@
 #include "shell/BackupsCommand.h"
 
+#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <filesystem>
 #include <stdexcept>
@@ -26,6 +27,14 @@ void BackupsCommand::run(AppDelegate& app) {
                 BackupManager::dateText(backup.modified).c_str(),
                 ec ? "?" : sizeText(size).c_str());
   }
+}
+
+CLI::App* BackupsCommand::add(CLI::App& cli) {
+  return cli.add_subcommand("backups", "List the backups, newest first: name, date, size.");
+}
+
+int BackupsCommand::main(const CommandSettings& settings) {
+  return withApp(settings, false, run);
 }
 
 }  // namespace rivo

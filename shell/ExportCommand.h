@@ -7,12 +7,17 @@
 #include <optional>
 #include <string>
 
+#include "shell/Command.h"
+
 namespace rivo {
 
 class AppDelegate;
 
-class ExportCommand {
+class ExportCommand : public Command {
  public:
+  CLI::App* add(CLI::App& cli) override;
+  int main(const CommandSettings& settings) override;
+
   struct Options {
     std::string file;  // absolute
     std::optional<std::string> deck;
@@ -23,6 +28,13 @@ class ExportCommand {
   // Queues the export. A failure comes out of the job's main block (or at once, for a deck
   // that doesn't exist) as std::runtime_error with the one line to print.
   static void run(AppDelegate& app, const Options& options);
+
+ private:
+  CLI::App* _sub = nullptr;
+  Options _options;
+  std::string _deck;
+  bool _noSched = false;
+  bool _noMedia = false;
 };
 
 }  // namespace rivo

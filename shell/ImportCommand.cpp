@@ -1,6 +1,10 @@
 #include "shell/ImportCommand.h"
 
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -50,6 +54,22 @@ void ImportCommand::_import(AppDelegate& app, const Options& options) {
         for (const std::string& line : outcome->log) std::printf("%s\n", line.c_str());
         std::printf("Import complete.\n");
       });
+}
+
+CLI::App* ImportCommand::add(CLI::App& cli) {
+  CLI::App* import = cli.add_subcommand(
+      "import", "Merge a package (.rpkg) into the collection, or replace the collection with it.");
+  import->add_option("file", _options.file, "the package")->required();
+  import->add_flag("--replace", _options.replace,
+                   "replace the whole collection (asks first on a terminal)");
+  import->add_flag("--yes", _options.yes, "replace without asking");
+  return import;
+}
+
+int ImportCommand::main(const CommandSettings& settings) {
+  _options.file = std::filesystem::absolute(_options.file).string();
+  _options.interactive = isatty(STDIN_FILENO) == 1;
+  return withApp(settings, false, [this](AppDelegate& app) { run(app, _options); });
 }
 
 }  // namespace rivo

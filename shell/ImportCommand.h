@@ -7,12 +7,17 @@
 
 #include <string>
 
+#include "shell/Command.h"
+
 namespace rivo {
 
 class AppDelegate;
 
-class ImportCommand {
+class ImportCommand : public Command {
  public:
+  CLI::App* add(CLI::App& cli) override;
+  int main(const CommandSettings& settings) override;
+
   struct Options {
     std::string file;
     bool replace = false;
@@ -25,6 +30,8 @@ class ImportCommand {
   static void run(AppDelegate& app, const Options& options);
 
  private:
+  Options _options;
+
   static void _import(AppDelegate& app, const Options& options);
 };
 

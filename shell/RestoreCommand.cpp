@@ -1,5 +1,8 @@
 #include "shell/RestoreCommand.h"
 
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -68,6 +71,19 @@ void RestoreCommand::_restore(AppDelegate& app, const std::string& path) {
         std::printf("Reverted to backup. The collection as it was is kept in %s.\n",
                     outcome->safety.c_str());
       });
+}
+
+CLI::App* RestoreCommand::add(CLI::App& cli) {
+  CLI::App* restore = cli.add_subcommand(
+      "restore", "Revert the collection to a backup (asks first on a terminal).");
+  restore->add_option("name", _options.name, "the backup, as `rivo backups` lists it")->required();
+  restore->add_flag("--yes", _options.yes, "revert without asking");
+  return restore;
+}
+
+int RestoreCommand::main(const CommandSettings& settings) {
+  _options.interactive = isatty(STDIN_FILENO) == 1;
+  return withApp(settings, false, [this](AppDelegate& app) { run(app, _options); });
 }
 
 }  // namespace rivo

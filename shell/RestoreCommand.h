@@ -6,12 +6,17 @@
 
 #include <string>
 
+#include "shell/Command.h"
+
 namespace rivo {
 
 class AppDelegate;
 
-class RestoreCommand {
+class RestoreCommand : public Command {
  public:
+  CLI::App* add(CLI::App& cli) override;
+  int main(const CommandSettings& settings) override;
+
   struct Options {
     std::string name;
     bool yes = false;
@@ -26,6 +31,8 @@ class RestoreCommand {
   static std::string resolve(AppDelegate& app, const std::string& name);
 
  private:
+  Options _options;
+
   static void _restore(AppDelegate& app, const std::string& path);
 };
 

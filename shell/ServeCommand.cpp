@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
@@ -144,6 +145,28 @@ void ServeCommand::_announce(const std::string& url, const Options& o) {
   }
   std::printf("Press Ctrl+C to stop.\n");
   std::fflush(stdout);
+}
+
+CLI::App* ServeCommand::add(CLI::App& cli) {
+  CLI::App* serve = cli.add_subcommand(
+      "serve", "Start Rivo in the browser (what `rivo` alone does); Ctrl+C stops it.");
+  serve->add_option("--port", _options.port, "port to listen on (default: a free one)")
+      ->check(CLI::Range(0, 65535));
+  serve->add_option("--listen", _options.listen,
+                    "address to listen on (default 127.0.0.1; 0.0.0.0 lets a phone on the "
+                    "network in)");
+  serve->add_flag("--no-browser", _noBrowser, "don't open the browser");
+  // For tests: every job waits this long under its spinner; the idle time before saving.
+  serve->add_option("--job-delay", _options.jobDelay)->group("");
+  serve->add_option("--idle-save", _options.idleSeconds)->group("");
+  return serve;
+}
+
+int ServeCommand::main(const CommandSettings& settings) {
+  _options.dataDir = settings.data;
+  _options.profile = settings.profile;
+  _options.openBrowser = !_noBrowser;
+  return run(_options);
 }
 
 }  // namespace rivo

@@ -6,10 +6,17 @@
 
 #include <string>
 
+#include "shell/Command.h"
+
 namespace rivo {
 
-class ServeCommand {
+class ServeCommand : public Command {
  public:
+  CLI::App* add(CLI::App& cli) override;
+  // Also what `rivo` alone runs.
+  int main(const CommandSettings& settings) override;
+  bool makesDataDir() const override { return true; }
+
   struct Options {
     std::string dataDir;
     std::string profile;
@@ -24,6 +31,9 @@ class ServeCommand {
   static int run(const Options& options);
 
  private:
+  Options _options;
+  bool _noBrowser = false;
+
   static int _showRunning(const std::string& address, const Options& options);
   static void _openBrowser(const std::string& url);
   static void _announce(const std::string& url, const Options& options);

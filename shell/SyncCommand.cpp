@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -232,6 +233,29 @@ void SyncCommand::run(AppDelegate& app, const Args& args) {
         app.pm().save();
         launchSync(app, args);
       });
+}
+
+CLI::App* SyncCommand::add(CLI::App& cli) {
+  CLI::App* sync = cli.add_subcommand(
+      "sync",
+      "Sync the collection with the service at $SYNC_BASE; exit 3 when a full sync is "
+      "needed and no --full direction was given.");
+  sync->add_option("--user", _args.user,
+                   "log in as this account first (password from RIVO_PASSWORD or standard "
+                   "input)");
+  sync->add_option("--full", _args.full,
+                   "force a one-way sync: upload replaces the server's collection, download "
+                   "replaces this one")
+      ->check(CLI::IsMember({"upload", "download"}));
+  sync->add_flag("--no-media", _args.noMedia,
+                 "leave the media alone this time (the profile's \"downloadMedia\" decides "
+                 "otherwise)");
+  return sync;
+}
+
+int SyncCommand::main(const CommandSettings& settings) {
+  return withApp(
+      settings, false, [this](AppDelegate& app) { run(app, _args); }, true);
 }
 
 }  // namespace rivo

@@ -8,12 +8,17 @@
 
 #include <string>
 
+#include "shell/Command.h"
+
 namespace rivo {
 
 class AppDelegate;
 
-class SyncCommand {
+class SyncCommand : public Command {
  public:
+  CLI::App* add(CLI::App& cli) override;
+  int main(const CommandSettings& settings) override;
+
   static constexpr int kNeedsFullSync = 3;
 
   struct Args {
@@ -25,6 +30,9 @@ class SyncCommand {
   // On the main thread. The password of a login comes from $RIVO_PASSWORD, else from
   // standard input.
   static void run(AppDelegate& app, const Args& args);
+
+ private:
+  Args _args;
 };
 
 }  // namespace rivo
