@@ -308,29 +308,33 @@ BackupFolder::Result AppDelegate::performBackup(bool force, const std::string& m
 
 // Background work.
 
-void AppDelegate::doWork(const std::string& msg, Block work, Block thenOnMain) {
+void AppDelegate::doWork(const std::string& msg, Block work, Block thenOnMain, JobUi jobUi) {
   if (_terminating) {
     sysLog("not started, the program is ending: " + msg);
     return;
   }
   log("queued work: " + msg);
-  _dispatch->work().async([this, msg, work = std::move(work), thenOnMain = std::move(thenOnMain)] {
-    log("starting work: " + msg);
-    // Waits for the event being handled, if any; from here on input is frozen.
-    _dispatch->main().sync([this, msg] { showSpinner(msg); });
-    stopTimer();
-    if (_options.jobDelay > 0)
-      std::this_thread::sleep_for(std::chrono::duration<double>(_options.jobDelay));
-    if (work) work();
-    // The work queue waits here, so the next job can't start before the main block ends.
-    _dispatch->main().sync([&] {
-      hideSpinner();
-      startTimer();
-      log("main update: " + msg);
-      if (thenOnMain) thenOnMain();
-      log("finished work: " + msg);
-    });
-  });
+  const bool spinner = jobUi == JobUi::spinner;
+  _dispatch->work().async(
+      [this, msg, work = std::move(work), thenOnMain = std::move(thenOnMain), spinner] {
+        log("starting work: " + msg);
+        // Waits for the event being handled, if any; from here on input is frozen.
+        _dispatch->main().sync([this, msg, spinner] {
+          if (spinner) showSpinner(msg);
+        });
+        stopTimer();
+        if (_options.jobDelay > 0)
+          std::this_thread::sleep_for(std::chrono::duration<double>(_options.jobDelay));
+        if (work) work();
+        // The work queue waits here, so the next job can't start before the main block ends.
+        _dispatch->main().sync([&] {
+          if (spinner) hideSpinner();
+          startTimer();
+          log("main update: " + msg);
+          if (thenOnMain) thenOnMain();
+          log("finished work: " + msg);
+        });
+      });
 }
 
 void AppDelegate::doOnMain(Block block) {
@@ -469,8 +473,10 @@ void AppDelegate::applicationWillEnterForeground() {
 }
 
 void AppDelegate::onResume() {
-  if (_nc && _nc->top() == _dvc.get()) _dvc->maybeLoadDecks();
-  // The sync button's colour is brought up to date here once syncing exists.
+  if (_nc && _nc->top() == _dvc.get()) {
+    _dvc->maybeLoadDecks();
+    _dvc->updateSyncLabel();
+  }
   startTimer();
 }
 

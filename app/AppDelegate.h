@@ -110,7 +110,12 @@ class AppDelegate {
   // spinner showing `msg`, then `thenOnMain` on the main loop before the next job begins.
   // The spinner is up (and input frozen) before the job saves or works, so no event handled
   // on the main loop meets a job's work half-done.
-  void doWork(const std::string& msg, Block work, Block thenOnMain = {});
+  //
+  // A job whose screen shows its own progress (the sync) runs `ownScreen`: no spinner, so
+  // that screen stays live, and it must offer nothing that touches the collection meanwhile.
+  enum class JobUi { spinner, ownScreen };
+  void doWork(const std::string& msg, Block work, Block thenOnMain = {},
+              JobUi jobUi = JobUi::spinner);
   void doOnMain(Block block);
   void doOnBlock(Block block);
   std::shared_ptr<Timer> performAfterDelay(float seconds, Block block);
@@ -155,6 +160,8 @@ class AppDelegate {
   const std::vector<std::string>& spinnerMessages() const { return _spinnerMsgs; }
   bool popupShown() const { return _popup; }
   bool timerRunning() const;
+  // True once terminate() has been asked for: a job waiting on the user gives up.
+  bool terminating() const { return _terminating; }
 
  private:
   // The address as it may be shown to others: without the query that carries the secret.

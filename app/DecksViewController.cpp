@@ -12,6 +12,8 @@
 #include "app/ProfileManager.h"
 #include "app/ProfilesViewController.h"
 #include "app/StudyViewController.h"
+#include "app/SyncFlow.h"
+#include "app/SyncViewController.h"
 #include "app/Ui.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
@@ -20,6 +22,7 @@
 #include "librivo/RivoPackageImporter.h"
 #include "librivo/Scheduler.h"
 #include "librivo/SysLog.h"
+#include "librivo/syncing/RemoteServer.h"
 
 namespace rivo {
 
@@ -86,6 +89,7 @@ void DecksViewController::loadDecks() {
         _loaded = std::move(*result);
         _lastRefresh = *when;
         setNeedsDisplay();
+        updateSyncLabel();
       });
 }
 
@@ -194,6 +198,10 @@ Screen DecksViewController::describe() {
   Screen::Button upload{"import", "Import", "import"};
   upload.accept = ".rpkg";
   s.toolbar.push_back(std::move(upload));
+  Screen::Button sync{"sync", "Synchronize", "sync"};
+  sync.tone = _syncTone;
+  s.toolbar.push_back(std::move(sync));
+  s.keys.push_back({"s", "sync", "Synchronize"});
   for (const auto& section : _loaded.visibleDecks) {
     Screen::Section out;
     for (const auto& entry : section) {
@@ -235,6 +243,10 @@ bool DecksViewController::handle(const Event& e) {
       showHelp();
       return true;
     }
+    if (e.id == "sync") {
+      launchSync();
+      return true;
+    }
     if (e.id == "addExport") {
       // Shared decks join this sheet when they land; the backups move to the settings then.
       _app.ui().showActionSheet("Add/Export",
@@ -255,6 +267,10 @@ bool DecksViewController::handle(const Event& e) {
       return true;
     }
     return false;
+  }
+  if (e.element == "key" && e.id == "sync") {
+    launchSync();
+    return true;
   }
   if (e.element != "row" || !_entry(e.id)) return false;
   if (e.kind == "select") {
@@ -491,6 +507,62 @@ void DecksViewController::titleTapped() {
 
 void DecksViewController::showHelp() {
   navigationController()->push(std::make_shared<HelpViewController>(_app.ui()));
+}
+
+// Sync.
+
+void DecksViewController::launchSync() {
+  const std::string hkey = _app.pm().stringForKey("hkey");
+  if (hkey.empty()) {
+    getLogin();
+    return;
+  }
+  navigationController()->push(std::make_shared<SyncViewController>(_app, hkey));
+}
+
+void DecksViewController::getLogin() {
+  _app.ui().askText("Login", "", {{"Username", "", false, "email"}, {"Password", "", true}},
+                    "Cancel", "Login", [this](int index, std::vector<std::string> texts) {
+                      if (index == 1 && texts.size() == 2) getHkeyForUsername(texts[0], texts[1]);
+                    });
+}
+
+void DecksViewController::getHkeyForUsername(const std::string& user, const std::string& password) {
+  if (user.empty() || password.empty()) {
+    _app.ui().showAlert("Invalid login", "Both username and password are required.");
+    return;
+  }
+  SyncFlow::login(_app, user, password, [this](std::optional<std::string> failure) {
+    if (failure)
+      _app.showInfo(*failure);
+    else
+      launchSync();
+  });
+}
+
+void DecksViewController::updateSyncLabel() {
+  auto setTone = [this](std::string tone) {
+    if (tone == _syncTone) return;
+    _syncTone = std::move(tone);
+    setNeedsDisplay();
+  };
+  const std::string hkey = _app.pm().stringForKey("hkey");
+  Col* col = _app.col();
+  if (hkey.empty() || !col) return setTone("");
+  if (col->ls() < col->mod()) return setTone(kSyncChanged);
+  _app.doOnBlock([this, hkey, setTone] {
+    RemoteServer server(hkey);
+    Error err;
+    std::optional<Json> meta = server.meta(&err);
+    if (!meta) {
+      _app.log("error checking sync status: " + err.message);
+      return;
+    }
+    const int64_t mod = jsonInt(meta->value("mod", Json()));
+    _app.doOnMain([this, mod, setTone] {
+      if (Col* c = _app.col()) setTone(mod != c->mod() ? kSyncChanged : "");
+    });
+  });
 }
 
 }  // namespace rivo

@@ -80,6 +80,18 @@ class DecksViewController : public ViewController {
   // follows a failure too.
   void launchItunesAddAndReplace(bool replace);
 
+  // Sync. launchSync presents the sync screen with the profile's host key, or asks for a
+  // login first (getLogin); a good login goes straight on to the sync.
+  void launchSync();
+  void getLogin();
+  void getHkeyForUsername(const std::string& user, const std::string& password);
+  // The sync button's colour: plain when not logged in or when the service's collection is
+  // this one; kSyncChanged when there are local changes, or when the service's differs (asked
+  // off the main loop; an error there changes nothing).
+  static constexpr const char* kSyncChanged = "changed";
+  void updateSyncLabel();
+  const std::string& syncTone() const { return _syncTone; }
+
   // "1000+" for 1000 and above.
   static std::string _thousandPlus(int64_t n);
 
@@ -106,6 +118,7 @@ class DecksViewController : public ViewController {
   bool _iTunesImport = false;
   // The import path is an upload of the page's, removed once the import is over.
   bool _uploaded = false;
+  std::string _syncTone;
 };
 
 }  // namespace rivo

@@ -63,7 +63,7 @@ void NavigationController::display(ViewController& vc) {
 bool NavigationController::dispatch(uint64_t screenId, const ViewController::Event& event) {
   if (_stack.empty() || _stack.back()->screenId() != screenId) return false;
   if (event.element == "back") {
-    if (_stack.size() <= 1) return false;
+    if (_stack.size() <= 1 || _modalOnTop) return false;
     pop();
     return true;
   }
@@ -75,9 +75,10 @@ void NavigationController::_show() {
   ViewController& vc = *_stack.back();
   Screen described = vc.describe();
   vc._shownTitle = described.title;
+  _modalOnTop = described.modal;
   Json screen = described.toJson();
   screen["id"] = vc.screenId();
-  if (_stack.size() > 1) {
+  if (_stack.size() > 1 && !described.modal) {
     // The back button names the screen it returns to, as it was last shown.
     const std::string& below = _stack[_stack.size() - 2]->_shownTitle;
     screen["back"] = below.empty() ? "Back" : below;

@@ -31,14 +31,16 @@ class NavigationController {
 
   // Sends `vc`'s description when it is on top.
   void display(ViewController& vc);
-  // The page's report of an event on screen `screenId`. "back" pops; anything else goes to
-  // the top screen. False (and nothing done) when that screen isn't on top any more.
+  // The page's report of an event on screen `screenId`. "back" pops, unless the screen is
+  // modal; anything else goes to the top screen. False (and nothing done) when that screen
+  // isn't on top any more.
   bool dispatch(uint64_t screenId, const ViewController::Event& event);
 
  private:
   void _show();
 
   Ui& _ui;
+  bool _modalOnTop = false;  // the top screen, as last shown, has no way back
   std::vector<std::shared_ptr<ViewController>> _stack;
 };
 

@@ -99,6 +99,13 @@ Json Screen::toJson() const {
   if (refreshable) j["refreshable"] = true;
   if (!emptyText.empty()) j["emptyText"] = emptyText;
   if (navBarHidden) j["navBarHidden"] = true;
+  if (modal) j["modal"] = true;
+  if (progress.shown) {
+    j["progress"] = {{"text", progress.text}, {"activity", progress.activity}};
+    if (progress.fraction >= 0) j["progress"]["fraction"] = progress.fraction;
+    if (!progress.up.empty()) j["progress"]["up"] = progress.up;
+    if (!progress.down.empty()) j["progress"]["down"] = progress.down;
+  }
   if (!segments.empty()) j["segments"] = buttons(segments);
   if (!keys.empty()) {
     Json list = Json::array();

@@ -118,6 +118,19 @@ struct Screen {
 
   std::vector<Key> keys;
   bool navBarHidden = false;
+  // No way back: the screen goes away only when its own logic says so.
+  bool modal = false;
+
+  // Work under way, above the table: what is being done (with an activity indicator while
+  // `activity`), a bar when `fraction` is 0 to 1, and the amounts sent and received.
+  struct Progress {
+    bool shown = false;
+    std::string text;
+    bool activity = false;
+    double fraction = -1;
+    std::string up, down;
+  };
+  Progress progress;
   // A segmented control in place of the title; a segment sends "segment" with its id.
   std::vector<Button> segments;
 

@@ -22,7 +22,8 @@ class Ui {
   struct TextField {
     std::string placeholder;
     std::string text;
-    bool secure = false;  // a password
+    bool secure = false;        // a password
+    std::string keyboard = "";  // "email" for an address
   };
 
   virtual ~Ui() = default;

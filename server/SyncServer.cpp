@@ -4,7 +4,9 @@
 #include <httplib.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cctype>
 
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -452,10 +454,19 @@ SyncServer::Reply SyncServer::_meta(const std::string& user, AccountState& accou
     std::lock_guard media(account.mediaMutex);
     meta["musn"] = MediaStore::usnOf(_store->userFolder(user));
   }
-  meta["msg"] = "";
+  meta["msg"] = _message();
   meta["cont"] = true;
   meta["uname"] = user;
   return Reply::json(meta);
+}
+
+std::string SyncServer::_message() const {
+  std::ifstream in(_options.dataDir + "/" + kMessageFile, std::ios::binary);
+  if (!in) return "";
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (text.size() > kMaxMessageBytes) text.resize(kMaxMessageBytes);
+  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.pop_back();
+  return text;
 }
 
 bool SyncServer::_expired(const AccountState& account) const {

@@ -38,6 +38,11 @@ class SyncSession;
 
 class SyncServer {
  public:
+  // A text in the data folder that every sync shows its user (a notice of maintenance, say);
+  // read at each sync, so it can change while the server runs. Trailing blanks are dropped.
+  static constexpr const char* kMessageFile = "message.txt";
+  static constexpr size_t kMaxMessageBytes = 4096;
+
   struct Options {
     std::string dataDir;
     std::string host = "127.0.0.1";
@@ -106,6 +111,7 @@ class SyncServer {
   // Creates the account's collection when it has none yet; false when it can't.
   bool _ensureCollection(const std::string& user);
   bool _expired(const AccountState& account) const;
+  std::string _message() const;
   void _reapIdle();
   void _abortAll();
   void _log(const httplib::Request& req, const httplib::Response& res);

@@ -421,8 +421,11 @@ void BrowserBridge::askText(const std::string& title, const std::string& text,
                             const std::string& otherButton,
                             std::function<void(int, std::vector<std::string>)> answered) {
   Json list = Json::array();
-  for (const auto& f : fields)
-    list.push_back({{"placeholder", f.placeholder}, {"text", f.text}, {"secure", f.secure}});
+  for (const auto& f : fields) {
+    Json field{{"placeholder", f.placeholder}, {"text", f.text}, {"secure", f.secure}};
+    if (!f.keyboard.empty()) field["keyboard"] = f.keyboard;
+    list.push_back(std::move(field));
+  }
   _openAlert({{"style", "alert"},
               {"title", title},
               {"text", text},

@@ -12,14 +12,10 @@
 
 #include "app/AppDelegate.h"
 #include "app/ProfileManager.h"
+#include "app/SyncFlow.h"
 #include "librivo/Col.h"
 #include "librivo/Utils.h"
-#include "librivo/syncing/FullSyncer.h"
-#include "librivo/syncing/MediaSyncer.h"
-#include "librivo/syncing/RemoteMediaServer.h"
-#include "librivo/syncing/RemoteServer.h"
 #include "librivo/syncing/SyncListener.h"
-#include "librivo/syncing/Syncer.h"
 
 namespace rivo {
 
@@ -91,86 +87,31 @@ std::string readPassword() {
   return readHiddenLine("Password: ");
 }
 
-// What the sync job leaves for the main loop.
-struct Outcome {
-  std::optional<std::string> result;  // "noChanges", "success", "fullSync", "upload", "download"
-  Error error;
-  std::string syncMsg;
-  std::optional<std::string> uname;  // set when the collection's sync itself went well
-  std::optional<Error> mediaError;   // the media sync failed; the collection's sync stands
-};
-
-void finishSync(AppDelegate& app, const Outcome& out) {
-  ProfileManager& pm = app.pm();
-  if (out.uname) pm.setObject(*out.uname, "uname");
+void finishSync(AppDelegate& app, const SyncFlow::Outcome& out) {
   int status = 0;
+  for (const std::string& text : SyncFlow::conclude(app, out)) {
+    say(stderr, "rivo: " + text);
+    status = 1;
+  }
   if (!out.result) {
-    app.log("handleError: " + out.error.message);
-    if (out.error.domain == "badAuth") {
-      pm.removeObjectForKey("hkey");
-      say(stderr, "rivo: Authentication failed. Please log in again.");
-    } else if (out.error.domain != "syncCancel") {
-      say(stderr, "rivo: " + out.error.message);
-    }
     status = 1;
+  } else if (*out.result == "fullSync") {
+    say(stderr, std::string("rivo: ") + kFullSyncQuestion +
+                    " Run 'rivo sync --full upload' to upload the decks from here, or 'rivo "
+                    "sync --full download' to download the decks from RivoWeb.");
+    status = SyncCommand::kNeedsFullSync;
+  } else if (*out.result == "noChanges") {
+    say(stdout, "No changes to sync.");
+  } else if (*out.result == "upload") {
+    say(stdout, "Uploaded the collection to RivoWeb.");
+  } else if (*out.result == "download") {
+    say(stdout, "Downloaded the collection from RivoWeb.");
   } else {
-    const std::string& r = *out.result;
-    if (r == "fullSync") {
-      say(stderr, std::string("rivo: ") + kFullSyncQuestion +
-                      " Run 'rivo sync --full upload' to upload the decks from here, or 'rivo "
-                      "sync --full download' to download the decks from RivoWeb.");
-      status = SyncCommand::kNeedsFullSync;
-    } else if (r == "noChanges") {
-      say(stdout, "No changes to sync.");
-    } else if (r == "upload") {
-      say(stdout, "Uploaded the collection to RivoWeb.");
-    } else if (r == "download") {
-      say(stdout, "Downloaded the collection from RivoWeb.");
-    } else {
-      say(stdout, "Sync complete.");
-    }
+    say(stdout, "Sync complete.");
   }
-  if (out.mediaError) {
-    app.log("handleError: " + out.mediaError->message);
-    say(stderr, "rivo: " + out.mediaError->message);
-    status = 1;
-  }
+  if (out.mediaError) status = 1;
   if (!out.syncMsg.empty()) say(status == 0 ? stdout : stderr, out.syncMsg);
-  pm.save();
   app.terminate(status);
-}
-
-// The sync itself, on the work queue: the collection's sync and, when one is needed and a
-// direction was given, the full sync; then the collection is closed without saving, which
-// drops whatever a failed sync wrote, and opened again.
-void syncJob(AppDelegate& app, const std::string& hkey, const std::string& full, bool media,
-             Outcome& out) {
-  Col& col = *app.col();
-  col.save();
-  ProgressLine progress(app);
-  {
-    RemoteServer server(hkey);
-    server.listener = &progress;
-    Syncer syncer(col, &server);
-    out.result = syncer.sync(&out.error);
-    out.syncMsg = syncer.syncMsg();
-    if (out.result) out.uname = syncer.uname();
-  }
-  if (out.result == "fullSync" && !full.empty()) {
-    FullSyncer fullSyncer(&col, hkey);
-    fullSyncer.listener = &progress;
-    bool ok = full == "upload" ? fullSyncer.upload(&out.error) : fullSyncer.download(&out.error);
-    out.result = ok ? std::optional<std::string>(full) : std::nullopt;
-  }
-  col.closeAndSave(false);
-  col.reopen();
-  if (out.result && out.result != "fullSync" && media) {
-    RemoteMediaServer server(&col, hkey);
-    server.listener = &progress;
-    MediaSyncer syncer(col, &server);
-    Error error;
-    if (!syncer.sync(&error)) out.mediaError = error;
-  }
 }
 
 void launchSync(AppDelegate& app, const SyncCommand::Args& args) {
@@ -180,11 +121,17 @@ void launchSync(AppDelegate& app, const SyncCommand::Args& args) {
     app.col()->modSchema();
     app.col()->save();
   }
-  auto out = std::make_shared<Outcome>();
+  const SyncFlow::FullSyncChoice choice = args.full == "upload"     ? SyncFlow::kUpload
+                                          : args.full == "download" ? SyncFlow::kDownload
+                                                                    : SyncFlow::kUndecided;
+  auto out = std::make_shared<SyncFlow::Outcome>();
   const bool media = !args.noMedia && app.pm().boolForKey("downloadMedia");
   app.doWork(
       "Syncing...",
-      [&app, hkey, full = args.full, media, out] { syncJob(app, hkey, full, media, *out); },
+      [&app, hkey, choice, media, out] {
+        ProgressLine progress(app);
+        *out = SyncFlow::run(app, hkey, media, progress, [choice] { return choice; });
+      },
       [&app, out] { finishSync(app, *out); });
 }
 
@@ -208,31 +155,14 @@ void SyncCommand::run(AppDelegate& app, const Args& args) {
     app.terminate(1);
     return;
   }
-  struct Login {
-    std::optional<std::string> hkey;
-    Error error;
-  };
-  auto login = std::make_shared<Login>();
-  app.doWork(
-      "Authenticating...",
-      [login, user = args.user, password] {
-        RemoteServer server;
-        login->hkey = server.hostKeyForUser(user, password, &login->error);
-      },
-      [&app, login, args] {
-        if (!login->hkey) {
-          app.log("domain " + login->error.domain + " desc " + login->error.message);
-          say(stderr, "rivo: " + (login->error.domain == "badAuth"
-                                      ? std::string("Incorrect username or password. Please "
-                                                    "try again.")
-                                      : login->error.message));
-          app.terminate(1);
-          return;
-        }
-        app.pm().setObject(*login->hkey, "hkey");
-        app.pm().save();
-        launchSync(app, args);
-      });
+  SyncFlow::login(app, args.user, password, [&app, args](std::optional<std::string> failure) {
+    if (failure) {
+      say(stderr, "rivo: " + *failure);
+      app.terminate(1);
+      return;
+    }
+    launchSync(app, args);
+  });
 }
 
 CLI::App* SyncCommand::add(CLI::App& cli) {

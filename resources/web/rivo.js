@@ -140,6 +140,7 @@ const ICONS = {
   tick: '<circle cx="12" cy="12" r="11" fill="currentColor"/><path d="M7 12.5l3.3 3.3L17.2 8.6" fill="none" stroke="#fff" stroke-width="2.6" stroke-linecap="round" stroke-linejoin="round"/>',
   undo: '<path d="M9 7L4.5 11.5 9 16M5 11.5h9a5 5 0 0 1 0 10h-2" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round" stroke-linejoin="round"/>',
   keyboard: '<rect x="2.5" y="6" width="19" height="12" rx="2" fill="none" stroke="currentColor" stroke-width="1.8"/><path d="M6 10h1M9.5 10h1M13 10h1M16.5 10h1M7 14h10" stroke="currentColor" stroke-width="1.8" stroke-linecap="round"/>',
+  sync: '<path d="M19 8.5A7.5 7.5 0 0 0 5.6 7.2M5 15.5a7.5 7.5 0 0 0 13.4 1.3" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round"/><path d="M19.5 3.8v4.9h-4.9M4.5 20.2v-4.9h4.9" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round" stroke-linejoin="round"/>',
   trash: '<path d="M5 7h14M10 7V5h4v2M7 7l1 12h8l1-12" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linecap="round" stroke-linejoin="round"/>',
 };
 function icon(name) {
@@ -168,6 +169,7 @@ function barButton(b, onClick) {
   if (b.icon && ICONS[b.icon]) button.append(icon(b.icon));
   button.append(el('span', 'label' + (b.icon ? ' optional' : ''), b.title));
   button.disabled = b.enabled === false;
+  if (b.tone) button.classList.add('tone-' + b.tone);
   button.addEventListener('click', onClick);
   return button;
 }
@@ -255,7 +257,7 @@ function setScreen(screen) {
   if (screen.webView) {
     renderWeb(content, screen, sameScreen);
   } else {
-    content.replaceChildren(...renderTable(screen));
+    content.replaceChildren(...(screen.progress ? [renderProgress(screen.progress)] : []), ...renderTable(screen));
   }
   if (!sameScreen) $('keys-help').hidden = true;
   window.scrollTo(0, scroll);
@@ -285,6 +287,31 @@ function renderTable(screen) {
     out.push(group);
   }
   return out;
+}
+
+// Work under way: what is being done, a bar once there is a fraction, and the amounts.
+function renderProgress(p) {
+  const box = el('section', 'progress-panel');
+  box.setAttribute('role', 'status');
+  box.setAttribute('aria-live', 'polite');
+  const head = el('div', 'progress-head');
+  if (p.activity) head.append(el('span', 'progress-spinner'));
+  head.append(el('p', 'progress-text', p.text));
+  box.append(head);
+  const bar = el('progress', 'progress-bar');
+  bar.max = 1;
+  if (typeof p.fraction === 'number') bar.value = p.fraction;
+  bar.hidden = typeof p.fraction !== 'number';
+  box.append(bar);
+  const amounts = el('dl', 'progress-amounts');
+  for (const [label, value, cls] of [['Sent', p.up, 'up'], ['Received', p.down, 'down']]) {
+    if (value === undefined) continue;
+    const item = el('div', 'amount ' + cls);
+    item.append(el('dt', '', label), el('dd', '', value));
+    amounts.append(item);
+  }
+  box.append(amounts);
+  return box;
 }
 
 function renderRow(row, tree) {
@@ -631,7 +658,8 @@ function renderAlert(alert) {
     if (alert.text) body.append(el('p', '', alert.text));
     for (const f of alert.fields) {
       const input = el('input');
-      input.type = f.secure ? 'password' : 'text';
+      input.type = f.secure ? 'password' : f.keyboard === 'email' ? 'email' : 'text';
+      if (f.keyboard === 'email') input.autocapitalize = 'none';
       input.value = f.text || '';
       input.placeholder = f.placeholder || '';
       input.setAttribute('aria-label', f.placeholder || alert.title || 'Text');
