@@ -116,6 +116,7 @@ test('the sync button turns yellow on a local change and back after a sync', asy
   await row(page, 'Synced deck').waitFor();
   await page.getByRole('button', { name: 'Refresh' }).click();
   await expectSyncChanged(true);
+  await screenshots(page, 'sync-button-changed');
 
   await page.keyboard.press('s');
   await expectAlert(page, null, MESSAGE);
