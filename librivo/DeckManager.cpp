@@ -127,15 +127,33 @@ std::string DeckManager::normalizeName(std::string_view name) {
 // --- Loading and saving ---
 
 void DeckManager::loadDecks(const std::string& decksJson, const std::string& confJson) {
-  _decks = decodeObject(decksJson);
-  _deckConf = decodeObject(confJson);
+  // Only the syntax is read now, which builds nothing, so a damaged blob still fails the load
+  // with the same error while the parse itself waits for the first use.
+  for (const std::string* text : {&decksJson, &confJson})
+    if (!text->empty() && !Json::accept(*text)) decodeJson(*text);
+  _decksText = decksJson;
+  _confText = confJson;
+  _unparsed = true;
+  _rollPending = -1;
+  _decks = Json::object();
+  _deckConf = Json::object();
   _deckIDs.clear();
   _rolled.clear();
+  _changed = false;
+}
+
+void DeckManager::_parse() const {
+  if (!_unparsed) return;
+  _unparsed = false;
+  _decks = decodeObject(_decksText);
+  _deckConf = decodeObject(_confText);
+  std::string().swap(_decksText);
+  std::string().swap(_confText);
   for (auto& [key, deck] : _decks.items()) {
     if (deck.is_object() && deck.contains("name") && deck["name"].is_string())
       _deckIDs[deck["name"].get<std::string>()] = key;
   }
-  _changed = false;
+  if (_rollPending >= 0) _roll(_rollPending);
 }
 
 void DeckManager::save(Json* obj) {
@@ -145,23 +163,23 @@ void DeckManager::save(Json* obj) {
 
 void DeckManager::flush() {
   if (!_changed) return;
-  for (auto& [key, deck] : _decks.items()) {
+  for (auto& [key, deck] : _parsedDecks().items()) {
     if (deck.is_object() && deck.contains("id")) deck["id"] = jsonInt(deck["id"]);
   }
   std::string error;
-  std::string decks = jsonString(_decks, &error);
+  std::string decks = jsonString(_parsedDecks(), &error);
   if (!error.empty()) sysLog("error serializing decks JSON: " + error);
   error.clear();
-  std::string conf = jsonString(_deckConf, &error);
+  std::string conf = jsonString(_parsedConf(), &error);
   if (!error.empty()) sysLog("error serializing deck conf SON: " + error);
   _col.db()->run("update col set decks=?, dconf=?", {decks, conf});
   _changed = false;
 }
 
 void DeckManager::beforeUpload() {
-  for (auto& [key, deck] : _decks.items())
+  for (auto& [key, deck] : _parsedDecks().items())
     if (deck.is_object()) deck["usn"] = 0;
-  for (auto& [key, conf] : _deckConf.items())
+  for (auto& [key, conf] : _parsedConf().items())
     if (conf.is_object()) conf["usn"] = 0;
   save();
 }
@@ -171,16 +189,16 @@ void DeckManager::beforeUpload() {
 Json* DeckManager::getDeck(const Json& did, bool orDefault) {
   std::string key = jsonKey(did);
   if (!key.empty()) {
-    auto it = _decks.find(key);
-    if (it != _decks.end()) return &*it;
+    auto it = _parsedDecks().find(key);
+    if (it != _parsedDecks().end()) return &*it;
   }
   if (!orDefault) return nullptr;
-  auto it = _decks.find("1");
-  return it != _decks.end() ? &*it : nullptr;
+  auto it = _parsedDecks().find("1");
+  return it != _parsedDecks().end() ? &*it : nullptr;
 }
 
 Json* DeckManager::byName(const std::string& name) {
-  for (auto& [key, deck] : _decks.items())
+  for (auto& [key, deck] : _parsedDecks().items())
     if (deck.is_object() && jsonText(deck, "name") == name) return &deck;
   return nullptr;
 }
@@ -192,22 +210,22 @@ std::string DeckManager::name(const Json& did) {
 
 std::vector<Json*> DeckManager::all() {
   std::vector<Json*> out;
-  out.reserve(_decks.size());
-  for (auto& [key, deck] : _decks.items()) out.push_back(&deck);
+  out.reserve(_parsedDecks().size());
+  for (auto& [key, deck] : _parsedDecks().items()) out.push_back(&deck);
   return out;
 }
 
 std::vector<Id> DeckManager::allIds() const {
   std::vector<Id> out;
-  out.reserve(_decks.size());
-  for (const auto& [key, deck] : _decks.items()) out.push_back(idOfKey(key));
+  out.reserve(_parsedDecks().size());
+  for (const auto& [key, deck] : _parsedDecks().items()) out.push_back(idOfKey(key));
   return out;
 }
 
 std::vector<std::string> DeckManager::allNames(bool dyn) const {
   std::vector<std::string> out;
-  out.reserve(_decks.size());
-  for (const auto& [key, deck] : _decks.items()) {
+  out.reserve(_parsedDecks().size());
+  for (const auto& [key, deck] : _parsedDecks().items()) {
     if (!dyn && jsonTruth(jsonMember(deck, "dyn"))) continue;
     out.push_back(jsonText(deck, "name"));
   }
@@ -236,23 +254,24 @@ Id DeckManager::_getID(const std::string& name, bool create, const Json* type) {
 Id DeckManager::_find(const std::string& name) {
   std::string lower = lowered(name);
   bool ascii = isAscii(lower);
-  for (const auto& [key, deck] : _decks.items()) {
+  for (const auto& [key, deck] : _parsedDecks().items()) {
     if (deck.is_object() && sameLowered(jsonText(deck, "name"), lower, ascii)) return idOfKey(key);
   }
-  auto hit = _deckIDs.find(name);
+  auto hit = _parsedIDs().find(name);
   // The index may be stale; an entry whose deck has gone is no answer.
-  if (hit != _deckIDs.end() && _decks.contains(hit->second)) return idOfKey(hit->second);
+  if (hit != _parsedIDs().end() && _parsedDecks().contains(hit->second))
+    return idOfKey(hit->second);
   return 0;
 }
 
 Id DeckManager::_create(const std::string& name, const Json& type) {
   Json deck = type;
   deck["name"] = name.find(kSep) != std::string::npos ? _ensureParents(name) : name;
-  Id id = _freshId(_decks);
+  Id id = _freshId(_parsedDecks());
   std::string key = std::to_string(id);
   deck["id"] = id;
-  Json& stored = _decks[key] = std::move(deck);
-  _deckIDs[jsonText(stored, "name")] = key;
+  Json& stored = _parsedDecks()[key] = std::move(deck);
+  _parsedIDs()[jsonText(stored, "name")] = key;
   save(&stored);
   maybeAddToActive();
   return id;
@@ -270,7 +289,7 @@ void DeckManager::update(const Json& deck) {
   if (!deck.is_object() || !deck.contains("id")) return;
   std::string key = jsonKey(deck["id"]);
   if (key.empty()) return;
-  _decks[key] = deck;
+  _parsedDecks()[key] = deck;
   _rolled.clear();
   maybeAddToActive();
   save();
@@ -311,7 +330,7 @@ void DeckManager::rename(Json& deck, const std::string& newName) {
 
   wanted = _ensureParents(wanted);
   std::string newPrefix = wanted + std::string(kSep);
-  for (auto& [key, other] : _decks.items()) {
+  for (auto& [key, other] : _parsedDecks().items()) {
     if (!other.is_object()) continue;
     const std::string& otherName = jsonText(other, "name");
     // A blank name is a prefix of every name: only its own children follow it.
@@ -322,8 +341,8 @@ void DeckManager::rename(Json& deck, const std::string& newName) {
       other["name"] = newPrefix + otherName.substr(oldPrefix.size());
     save(&other);
   }
-  _deckIDs.erase(oldName);
-  _deckIDs[wanted] = jsonKey(deck.contains("id") ? deck["id"] : Json());
+  _parsedIDs().erase(oldName);
+  _parsedIDs()[wanted] = jsonKey(deck.contains("id") ? deck["id"] : Json());
   deck["name"] = wanted;
   save(&deck);
 }
@@ -345,8 +364,8 @@ void DeckManager::removeDeck(const Json& did, bool cards, bool children) {
   Id id = idOfKey(key);
   // The grave goes first, so a deck removed elsewhere still reaches the other side.
   _col._logRem({id}, kGraveDeck);
-  auto it = _decks.find(key);
-  if (it == _decks.end()) return;
+  auto it = _parsedDecks().find(key);
+  if (it == _parsedDecks().end()) return;
 
   bool dyn = jsonTruth(jsonMember(*it, "dyn"));
   // The cards go home first, so that none is lost with the deck.
@@ -360,14 +379,14 @@ void DeckManager::removeDeck(const Json& did, bool cards, bool children) {
   }
   if (!dyn && cards) _col.remCards(cardIDs(key));
 
-  it = _decks.find(key);
-  if (it != _decks.end()) {
-    _deckIDs.erase(jsonText(*it, "name"));
-    _decks.erase(it);
+  it = _parsedDecks().find(key);
+  if (it != _parsedDecks().end()) {
+    _parsedIDs().erase(jsonText(*it, "name"));
+    _parsedDecks().erase(it);
   }
   std::vector<Id> act = active();
-  if (std::find(act.begin(), act.end(), id) != act.end() && !_decks.empty())
-    select(_decks.begin().key());
+  if (std::find(act.begin(), act.end(), id) != act.end() && !_parsedDecks().empty())
+    select(_parsedDecks().begin().key());
   save();
 }
 
@@ -412,7 +431,7 @@ std::vector<std::pair<std::string, Id>> DeckManager::children(const Json& did) {
   Json* deck = getDeck(did, false);
   if (!deck) return out;
   std::string prefix = jsonText(*deck, "name") + std::string(kSep);
-  for (const auto& [key, other] : _decks.items()) {
+  for (const auto& [key, other] : _parsedDecks().items()) {
     const std::string& otherName = jsonText(other, "name");
     if (startsWith(otherName, prefix)) out.emplace_back(otherName, idOfKey(key));
   }
@@ -493,14 +512,14 @@ void DeckManager::maybeAddToActive() {
 
 std::vector<Json*> DeckManager::allConf() {
   std::vector<Json*> out;
-  out.reserve(_deckConf.size());
-  for (auto& [key, conf] : _deckConf.items()) out.push_back(&conf);
+  out.reserve(_parsedConf().size());
+  for (auto& [key, conf] : _parsedConf().items()) out.push_back(&conf);
   return out;
 }
 
 Json* DeckManager::getConf(const Json& confId) {
-  auto it = _deckConf.find(jsonKey(confId));
-  return it != _deckConf.end() ? &*it : nullptr;
+  auto it = _parsedConf().find(jsonKey(confId));
+  return it != _parsedConf().end() ? &*it : nullptr;
 }
 
 Json* DeckManager::confForDid(const Json& did) {
@@ -524,16 +543,16 @@ void DeckManager::updateConf(const Json& conf) {
   if (!conf.is_object() || !conf.contains("id")) return;
   std::string key = jsonKey(conf["id"]);
   if (key.empty()) return;
-  _deckConf[key] = conf;
+  _parsedConf()[key] = conf;
   save();
 }
 
 Id DeckManager::confIdForName(const std::string& name, const Json* cloneFrom) {
   Json conf = cloneFrom ? *cloneFrom : getDefaultConf();
-  Id id = _freshId(_deckConf);
+  Id id = _freshId(_parsedConf());
   conf["id"] = id;
   conf["name"] = name;
-  Json& stored = _deckConf[std::to_string(id)] = std::move(conf);
+  Json& stored = _parsedConf()[std::to_string(id)] = std::move(conf);
   save(&stored);
   return id;
 }
@@ -542,8 +561,8 @@ void DeckManager::remConf(const Json& confId) {
   std::string key = jsonKey(confId);
   if (key == "1") throw std::logic_error("[configID intValue]!=1");
   _col.modSchema();
-  _deckConf.erase(key);
-  for (auto& [dkey, deck] : _decks.items()) {
+  _parsedConf().erase(key);
+  for (auto& [dkey, deck] : _parsedDecks().items()) {
     if (!deck.is_object()) continue;
     auto it = deck.find("conf");
     if (it != deck.end() && !it->is_null() && jsonKey(*it) == key) {
@@ -562,7 +581,7 @@ std::vector<Id> DeckManager::didsForConf(const Json& conf) const {
   std::vector<Id> out;
   if (!conf.is_object() || !conf.contains("id")) return out;
   Id confId = jsonInt(conf["id"]);
-  for (const auto& [key, deck] : _decks.items()) {
+  for (const auto& [key, deck] : _parsedDecks().items()) {
     if (!deck.is_object()) continue;
     auto it = deck.find("conf");
     if (it != deck.end() && !it->is_null() && jsonInt(*it) == confId)
@@ -604,6 +623,17 @@ void rollDeck(Json::object_t& deck, int64_t today) {
 }  // namespace
 
 void DeckManager::rollCounters(int64_t today) {
+  // Before the first use only the day is kept. A second, different day (the clock passed
+  // midnight meanwhile) parses first, so that each roll sees what the one before it left.
+  if (_unparsed && (_rollPending < 0 || _rollPending == today)) {
+    _rollPending = today;
+    return;
+  }
+  _parse();
+  _roll(today);
+}
+
+void DeckManager::_roll(int64_t today) const {
   if (today != _rolledDay) _rolled.clear();
   _rolledDay = today;
   for (auto& [key, deck] : _decks.items()) {

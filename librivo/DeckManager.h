@@ -5,6 +5,11 @@
 // dictionaries are handed out as pointers into the blobs held here; a pointer stays valid until
 // that deck or group is removed or the blobs are loaded again. Ids may be passed in any form a
 // blob can hold them (number or decimal string); every lookup turns them into the string key.
+//
+// The blobs are parsed at their first use, not at load: a command that never looks at a deck
+// (a search, say) doesn't pay for a large `decks` blob. Like the rest of the collection, a
+// DeckManager is used by one thread at a time (the main loop or a job, never both), so that
+// first use may parse without a lock.
 
 #include <map>
 #include <stdexcept>
@@ -62,7 +67,7 @@ class DeckManager {
   std::string name(const Json& did);
   std::vector<Json*> all();
   std::vector<Id> allIds() const;
-  size_t count() const { return _decks.size(); }
+  size_t count() const { return _parsedDecks().size(); }
   std::vector<std::string> allNames(bool dyn = true) const;
 
   // Finds a deck by name, case-insensitively, creating it and its parents when absent and
@@ -140,9 +145,9 @@ class DeckManager {
 
   // --- Raw state ---
 
-  Json& decks() { return _decks; }
-  Json& deckConf() { return _deckConf; }
-  const std::map<std::string, std::string>& deckIDs() const { return _deckIDs; }
+  Json& decks() { return _parsedDecks(); }
+  Json& deckConf() { return _parsedConf(); }
+  const std::map<std::string, std::string>& deckIDs() const { return _parsedIDs(); }
   bool changed() const { return _changed; }
 
  private:
@@ -153,15 +158,37 @@ class DeckManager {
   // A free millisecond key of `blob`.
   static Id _freshId(const Json& blob);
 
+  // The blobs, parsed first if they are still text.
+  Json& _parsedDecks() const {
+    _parse();
+    return _decks;
+  }
+  Json& _parsedConf() const {
+    _parse();
+    return _deckConf;
+  }
+  std::map<std::string, std::string>& _parsedIDs() const {
+    _parse();
+    return _deckIDs;
+  }
+  void _parse() const;
+  // Sets every counter of the parsed blobs to `today`, as rollCounters describes.
+  void _roll(int64_t today) const;
+
   Col& _col;
-  Json _decks = Json::object();
-  Json _deckConf = Json::object();
+  // Until the first use, the blobs as loaded (their syntax checked) and the day they are to be
+  // rolled to once parsed (-1: none yet).
+  mutable bool _unparsed = false;
+  mutable std::string _decksText, _confText;
+  mutable int64_t _rollPending = -1;
+  mutable Json _decks = Json::object();
+  mutable Json _deckConf = Json::object();
   // Name to id; a secondary index that may go stale between loads.
-  std::map<std::string, std::string> _deckIDs;
+  mutable std::map<std::string, std::string> _deckIDs;
   bool _changed = false;
   // The decks whose counters are of _rolledDay: their dictionaries, with the key each had.
-  int64_t _rolledDay = -1;
-  std::unordered_map<const Json::object_t*, std::string> _rolled;
+  mutable int64_t _rolledDay = -1;
+  mutable std::unordered_map<const Json::object_t*, std::string> _rolled;
 };
 
 }  // namespace rivo

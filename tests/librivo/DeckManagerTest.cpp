@@ -7,6 +7,7 @@
 
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/Scheduler.h"
 #include "librivo/Storage.h"
 #include "tests/support/TempDir.h"
 
@@ -374,6 +375,23 @@ TEST_F(DeckManagerTest, UpdateKeepsStampsAndBeforeUploadClearsUsns) {
   EXPECT_EQ(fileDecks()["synced"]["usn"], 0);
   EXPECT_EQ(fileDecks()["synced"]["mod"], "5");
   EXPECT_EQ(fileBlob("dconf")["1"]["usn"], 0);
+}
+
+TEST_F(DeckManagerTest, BlobsReadAtFirstUseAreRolledToTheDayOfTheOpenAndADamagedOneFailsIt) {
+  Id did = dm().getID("old");
+  deck(did)["newToday"] = Json::array({col->sched().today() - 1, 7});
+  deck(did)["revToday"] = Json::array({col->sched().today(), 3});
+  dm().save(&deck(did));
+  col->save();
+  reopen();
+  EXPECT_EQ(deck(did)["newToday"], Json::array({col->sched().today(), 0}));
+  EXPECT_EQ(deck(did)["revToday"], Json::array({col->sched().today(), 3}));
+  EXPECT_FALSE(dm().changed());
+
+  col->db()->run("update col set decks = '{\"1\": {'");
+  col->save();
+  col->close();
+  EXPECT_THROW(open(), JsonError);
 }
 
 }  // namespace
