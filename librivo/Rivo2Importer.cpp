@@ -23,6 +23,10 @@ namespace rivo {
 
 namespace {
 
+// An import of at least this many notes, and at least a tenth of what the collection then
+// holds, also refreshes the planner's statistics (see _postImport).
+constexpr int64_t kAnalyzeAfterNotes = 1000;
+
 // Columns of a notes row.
 enum NoteColumn {
   kNoteId = 0,
@@ -450,6 +454,14 @@ void Rivo2Importer::_postImport() {
     else
       _dst->conf()["nextPos"] = "0";
   }
+  // A collection without "newBury" unburies at every open and close with "update cards set
+  // queue=type where queue=-2", kept exactly as it is. Without statistics that reads every card;
+  // with them the planner skips through ix_cards_sched by deck. The check and a full sync
+  // analyze; so does an import that has just rewritten much of the file, where the analysis
+  // costs a small part of what the import did.
+  if (_notesImported >= kAnalyzeAfterNotes &&
+      _notesImported * 10 >= _dst->db()->scalarInt("select count() from notes"))
+    _dst->db()->run("analyze");
   _dst->save();
 }
 

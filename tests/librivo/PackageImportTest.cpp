@@ -2,6 +2,7 @@
 // entry, then merged into or replacing the fixture's collection; results are checked row by row.
 #include "librivo/RivoPackageImporter.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -309,6 +310,22 @@ TEST_F(PackageImport, ImportingTheSamePackageAgainChangesNothing) {
   EXPECT_EQ(log, std::vector<std::string>{"0 cards imported."});
   EXPECT_EQ(col->mod(), mod);
   EXPECT_EQ(snapshot(), before);
+}
+
+TEST_F(PackageImport, AnImportOfManyNotesLeavesStatisticsThatSpareTheUnburyingAScan) {
+  const std::string unbury = "explain query plan update cards set queue=type where queue=-2";
+  const Id did = src->decks().getID("D");
+  srcCard(srcNote("first", "a\037b", 1), 0, did, 0, 0, 1);
+  package();
+  ASSERT_EQ(import(), "");
+  EXPECT_THAT(rowText(unbury), ::testing::EndsWith("|SCAN cards")) << "one note is no reason";
+
+  src = Storage::open(dir.file("src/collection.rivo2"), true, false, true);
+  for (int i = 0; i < 1000; ++i)
+    srcCard(srcNote("g" + std::to_string(i), "a\037b", 1), 0, did, 0, 0, i);
+  package();
+  ASSERT_EQ(import(), "");
+  EXPECT_THAT(rowText(unbury), ::testing::HasSubstr("USING INDEX ix_cards_sched (ANY(did)"));
 }
 
 TEST_F(PackageImport, ReplaceSwapsTheCollectionAndTrustsSameNameSameSize) {
