@@ -45,7 +45,7 @@ std::string checkDataDir(const std::string& dir, bool create) {
 
 }  // namespace
 
-int CommandLine::main(int argc, char** argv) {
+int CommandLine::main(int argc, char** argv, const ServeCommand::Runner& serve) {
   CLI::App cli{"Rivo: spaced-repetition flash cards.", "rivo"};
   CommandSettings s;
   cli.add_option("--data", s.data,
@@ -55,7 +55,7 @@ int CommandLine::main(int argc, char** argv) {
   cli.require_subcommand(0, 1);
   // The table of commands, in the order of the help. The first runs when none is named.
   std::vector<std::unique_ptr<Command>> commands;
-  commands.push_back(std::make_unique<ServeCommand>());
+  commands.push_back(std::make_unique<ServeCommand>(serve, argv));
   commands.push_back(std::make_unique<InitCommand>());
   commands.push_back(std::make_unique<CheckCommand>());
   commands.push_back(std::make_unique<MediaCheckCommand>());

@@ -1,10 +1,12 @@
 #pragma once
-// `rivo serve` (and `rivo` alone): the application in the browser. Launches the profile,
-// serves the page on 127.0.0.1 (or --listen), prints the address with this run's secret,
-// opens the user's browser, and runs until SIGINT or SIGTERM. With Rivo already running on the
-// data folder it opens the browser on that one instead. Main thread only.
+// `rivo serve` (and `rivo` alone): the application in the browser (BrowserApp). Its options
+// and help are the same in every program; what runs them is given by the program's main():
+// rivo-web runs BrowserApp, and `rivo`, which doesn't link the HTTP server, replaces itself
+// with rivo-web on the same arguments. Main thread only.
 
+#include <functional>
 #include <string>
+#include <utility>
 
 #include "shell/Command.h"
 
@@ -12,11 +14,6 @@ namespace rivo {
 
 class ServeCommand : public Command {
  public:
-  CLI::App* add(CLI::App& cli) override;
-  // Also what `rivo` alone runs.
-  int main(const CommandSettings& settings) override;
-  bool makesDataDir() const override { return true; }
-
   struct Options {
     std::string dataDir;
     std::string profile;
@@ -26,17 +23,23 @@ class ServeCommand : public Command {
     double jobDelay = 0;
     double idleSeconds = 20;
   };
+  // The exit status; may raise AppError (or SqlError) when Rivo can't start.
+  using Runner = std::function<int(const Options&)>;
 
-  // The exit status. Raises AppError (or SqlError) when Rivo can't start.
-  static int run(const Options& options);
+  // `argv` (the program's own, null-terminated) is what rivo-web is started with when `run` is
+  // empty.
+  ServeCommand(Runner run, char** argv) : _run(std::move(run)), _argv(argv) {}
+
+  CLI::App* add(CLI::App& cli) override;
+  // Also what `rivo` alone runs.
+  int main(const CommandSettings& settings) override;
+  bool makesDataDir() const override { return true; }
 
  private:
+  Runner _run;
+  char** _argv;
   Options _options;
   bool _noBrowser = false;
-
-  static int _showRunning(const std::string& address, const Options& options);
-  static void _openBrowser(const std::string& url);
-  static void _announce(const std::string& url, const Options& options);
 };
 
 }  // namespace rivo

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -96,8 +97,9 @@ TEST_F(CommandLine, BadUsageExitsTwoAndHelpZero) {
   EXPECT_EQ(rivo("--help", scratch).status, 0);
 }
 
-// Every command would pay for loading libcurl and the libraries it pulls in; only a sync opens it.
-TEST(Binary, DoesNotLinkTheHttpClient) {
+// Every command would pay for loading the HTTP client and server and the TLS libraries under
+// them: rivo links none of them, opens libcurl for a sync, and hands serving to rivo-web.
+TEST(Binary, LinksNoHttpOrTlsLibraryAndHandsServingToRivoWeb) {
   std::string cmd = std::string("readelf -d ") + quote(RIVO_BINARY);
   std::unique_ptr<FILE, int (*)(FILE*)> p(popen(cmd.c_str(), "r"), pclose);
   ASSERT_TRUE(p);
@@ -106,7 +108,20 @@ TEST(Binary, DoesNotLinkTheHttpClient) {
   size_t n;
   while ((n = fread(buf.data(), 1, buf.size(), p.get())) > 0) out.append(buf.data(), n);
   ASSERT_NE(out.find("NEEDED"), std::string::npos);
-  EXPECT_EQ(out.find("libcurl"), std::string::npos) << out;
+  for (const char* library : {"libcurl", "httplib", "libssl", "libcrypto"})
+    EXPECT_EQ(out.find(library), std::string::npos) << out;
+
+  // Without rivo-web beside it, serving fails with the one line that names it.
+  test::TempDir alone;
+  std::filesystem::copy_file(RIVO_BINARY, alone.file("rivo"));
+  const std::string err = alone.file("err");
+  const int status =
+      std::system((quote(alone.file("rivo")) + " --data " + quote(alone.file("data")) +
+                   " serve --no-browser >/dev/null 2>" + quote(err))
+                      .c_str());
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+  EXPECT_NE(test::readFile(err).find("needs the program rivo-web"), std::string::npos)
+      << test::readFile(err);
 }
 
 TEST_F(CommandLine, ProblemsGiveOneLineAndExitOne) {
