@@ -20,6 +20,7 @@
 #include "shell/RestoreCommand.h"
 #include "shell/SearchCommand.h"
 #include "shell/ServeCommand.h"
+#include "shell/StatsCommand.h"
 #include "shell/StudyCommand.h"
 #include "shell/SyncCommand.h"
 
@@ -68,6 +69,7 @@ int CommandLine::main(int argc, char** argv, const ServeCommand::Runner& serve) 
   commands.push_back(std::make_unique<BackupCommand>());
   commands.push_back(std::make_unique<BackupsCommand>());
   commands.push_back(std::make_unique<RestoreCommand>());
+  commands.push_back(std::make_unique<StatsCommand>());
   std::vector<CLI::App*> subcommands;
   for (auto& command : commands) subcommands.push_back(command->add(cli));
   try {

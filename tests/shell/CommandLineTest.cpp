@@ -398,5 +398,26 @@ TEST_F(Study, ExportBackupListAndRestoreEachSayWhatTheyDid) {
                        " (rivo backups lists them).\n");
 }
 
+TEST_F(Study, StatsWriteAPageThatNeedsNothingElse) {
+  const std::string rivoData = "--data " + data() + " ";
+  Result r =
+      rivo(rivoData + "stats --period life --whole --out " + quote(dir.file("s.html")), scratch);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "Wrote " + dir.file("s.html") + "\n");
+  const std::string page = test::readFile(dir.file("s.html"));
+  EXPECT_EQ(page.rfind("<meta charset=\"utf-8\"><title>Statistics: Collection</title>", 0), 0u);
+  EXPECT_EQ(occurrences(page, "<script src="), 0u);
+  EXPECT_EQ(occurrences(page, "jQuery v3"), 1u);
+  EXPECT_EQ(occurrences(page, "$.plot($(\"#"), 3u);  // no reviews: forecast, buttons, types
+  // The current deck to standard output; bad usage.
+  r = rivo(rivoData + "stats", scratch);
+  EXPECT_NE(r.out.find("<title>Statistics: Default</title>"), std::string::npos);
+  EXPECT_NE(r.out.find("Total cards:</td><td><b>2</b>"), std::string::npos);
+  EXPECT_EQ(rivo(rivoData + "stats --period week", scratch).status, 2);
+  r = rivo(rivoData + "stats --out " + quote(dir.file("none/s.html")), scratch);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "rivo: can't write " + dir.file("none/s.html") + "\n");
+}
+
 }  // namespace
 }  // namespace rivo
