@@ -2,7 +2,9 @@
 
 #include "app/AllActionsViewController.h"
 #include "app/AppDelegate.h"
+#include "app/CardStatsViewController.h"
 #include "app/DeckConfViewController.h"
+#include "app/DeckStatsViewController.h"
 #include "app/NavigationController.h"
 #include "app/ProfileManager.h"
 #include "app/StudyViewController.h"
@@ -319,13 +321,16 @@ void ActionsManager::suspendNote() {
   _app.showPopup("Note and its " + std::to_string(ids.size()) + " card(s) suspended");
 }
 
-// Card and deck statistics come with their screens.
 void ActionsManager::cardInfo() {
-  if (_card()) _notYet("cardInfo");
+  if (_card()) showCardInfo(_svc()->card()->id);
+}
+
+void ActionsManager::showCardInfo(Id cardId) {
+  _push(std::make_shared<CardStatsViewController>(_app, cardId));
 }
 
 void ActionsManager::deckInfo() {
-  _notYet("deckInfo");
+  _push(std::make_shared<DeckStatsViewController>(_app));
 }
 
 void ActionsManager::customStudy() {

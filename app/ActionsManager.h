@@ -10,6 +10,8 @@
 #include <memory>
 #include <string>
 
+#include "librivo/Value.h"
+
 namespace rivo {
 
 class AppDelegate;
@@ -53,6 +55,8 @@ class ActionsManager {
   void suspendNote();
   void cardInfo();
   void deckInfo();
+  // Pushes "Card Info" on any card: the review screen's action and the search screen's.
+  void showCardInfo(Id cardId);
   void customStudy();
   void filterDeck();
   void empty();

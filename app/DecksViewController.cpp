@@ -5,6 +5,7 @@
 
 #include "app/AppDelegate.h"
 #include "app/BackupManager.h"
+#include "app/DeckStatsViewController.h"
 #include "app/ExportViewController.h"
 #include "app/HelpViewController.h"
 #include "app/NavigationController.h"
@@ -192,6 +193,7 @@ Screen DecksViewController::describe() {
   s.titleIsButton = true;
   s.refreshable = true;
   s.left.push_back({"help", "Help", "help"});
+  s.right.push_back({"stats", "Statistics", "stats"});
   s.right.push_back({"refresh", "Refresh", "refresh"});
   s.toolbar.push_back({"addExport", "Add/Export", "add"});
   // A browser user has no documents folder at hand: a package can be chosen and sent.
@@ -202,6 +204,7 @@ Screen DecksViewController::describe() {
   sync.tone = _syncTone;
   s.toolbar.push_back(std::move(sync));
   s.keys.push_back({"s", "sync", "Synchronize"});
+  s.keys.push_back({"t", "stats", "Statistics"});
   for (const auto& section : _loaded.visibleDecks) {
     Screen::Section out;
     for (const auto& entry : section) {
@@ -247,6 +250,10 @@ bool DecksViewController::handle(const Event& e) {
       launchSync();
       return true;
     }
+    if (e.id == "stats") {
+      launchStats();
+      return true;
+    }
     if (e.id == "addExport") {
       // Shared decks join this sheet when they land; the backups move to the settings then.
       _app.ui().showActionSheet("Add/Export",
@@ -270,6 +277,10 @@ bool DecksViewController::handle(const Event& e) {
   }
   if (e.element == "key" && e.id == "sync") {
     launchSync();
+    return true;
+  }
+  if (e.element == "key" && e.id == "stats") {
+    launchStats();
     return true;
   }
   if (e.element != "row" || !_entry(e.id)) return false;
@@ -507,6 +518,10 @@ void DecksViewController::titleTapped() {
 
 void DecksViewController::showHelp() {
   navigationController()->push(std::make_shared<HelpViewController>(_app.ui()));
+}
+
+void DecksViewController::launchStats() {
+  navigationController()->push(std::make_shared<DeckStatsViewController>(_app));
 }
 
 // Sync.

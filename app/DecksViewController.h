@@ -66,6 +66,8 @@ class DecksViewController : public ViewController {
   void addEmptyDeck();
   void titleTapped();
   void showHelp();
+  // The statistics screen, on the selected deck.
+  void launchStats();
   // The export screen, and the backups screen.
   void launchItunesExport();
   void launchBackups();

@@ -29,6 +29,7 @@ Json buttons(const std::vector<Screen::Button>& list) {
     if (!b.accept.empty()) j["accept"] = b.accept;
     if (!b.tone.empty()) j["tone"] = b.tone;
     if (!b.detail.empty()) j["detail"] = b.detail;
+    if (b.selected) j["selected"] = true;
     out.push_back(std::move(j));
   }
   return out;
@@ -75,6 +76,7 @@ Json counts(const std::vector<Screen::Count>& list) {
 void webExtras(const Screen& s, Json& j) {
   if (!s.status.empty()) j["status"] = counts(s.status);
   if (!s.actions.empty()) j["actions"] = buttons(s.actions);
+  for (const auto& control : s.controls) j["controls"].push_back(buttons(control));
   if (s.bigActions) j["bigActions"] = true;
   if (!s.badge.empty()) j["badge"] = s.badge;
   if (s.flashSeq) j["flash"] = {{"icon", s.flash}, {"seq", s.flashSeq}};

@@ -27,6 +27,8 @@ struct Screen {
     // smaller line.
     std::string tone = "";
     std::string detail = "";
+    // In a segmented control: the chosen segment.
+    bool selected = false;
   };
 
   // A number beside a row's text; `tone` says which kind ("review", "new") for its colour.
@@ -133,6 +135,9 @@ struct Screen {
   Progress progress;
   // A segmented control in place of the title; a segment sends "segment" with its id.
   std::vector<Button> segments;
+  // Segmented controls above the web view, each showing its `selected` segment; a segment
+  // sends "segment" with its id.
+  std::vector<std::vector<Button>> controls;
 
   // Around the web view: a status line of numbers above it, a row of large buttons below it
   // (sending "button"), an icon in its corner ("star"), an icon that flashes over it once for

@@ -61,10 +61,8 @@ void StatsCommand::run(AppDelegate& app, const Options& options) {
 }
 
 std::string StatsCommand::selfContained(const std::string& page, const std::string& title) {
-  // The page is laid out for a phone's width; a wider window shows it larger.
-  std::string out =
-      "<meta charset=\"utf-8\"><title>" + stringByEscapingForHTML(title) +
-      "</title>\n<style>@media (min-width: 800px) { .main { zoom: 1.6; } }</style>\n" + page;
+  std::string out = "<meta charset=\"utf-8\"><title>" + stringByEscapingForHTML(title) +
+                    "</title>\n" + CollectionStats::kWideStyle + "\n" + page;
   for (const std::string& path :
        {RivoJS::jQuery(), RivoJS::plot(), RivoJS::pie(), RivoJS::stack()}) {
     const std::string name = path.substr(path.rfind('/') + 1);

@@ -141,6 +141,7 @@ const ICONS = {
   undo: '<path d="M9 7L4.5 11.5 9 16M5 11.5h9a5 5 0 0 1 0 10h-2" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round" stroke-linejoin="round"/>',
   keyboard: '<rect x="2.5" y="6" width="19" height="12" rx="2" fill="none" stroke="currentColor" stroke-width="1.8"/><path d="M6 10h1M9.5 10h1M13 10h1M16.5 10h1M7 14h10" stroke="currentColor" stroke-width="1.8" stroke-linecap="round"/>',
   sync: '<path d="M19 8.5A7.5 7.5 0 0 0 5.6 7.2M5 15.5a7.5 7.5 0 0 0 13.4 1.3" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round"/><path d="M19.5 3.8v4.9h-4.9M4.5 20.2v-4.9h4.9" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round" stroke-linejoin="round"/>',
+  stats: '<path d="M5 20V11M10 20V5M15 20v-7M20 20V8" fill="none" stroke="currentColor" stroke-width="2.4" stroke-linecap="round"/>',
   trash: '<path d="M5 7h14M10 7V5h4v2M7 7l1 12h8l1-12" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linecap="round" stroke-linejoin="round"/>',
 };
 function icon(name) {
@@ -835,9 +836,10 @@ function renderWeb(content, screen, sameScreen) {
     wrap.dataset.web = id;
     const stage = el('div', 'stage');
     stage.append(makeFrame(id, screen.title), el('div', 'badge'), el('div', 'flash'));
-    wrap.append(el('div', 'status'), stage, el('div', 'type-row'), el('div', 'pad-host'));
+    wrap.append(el('div', 'controls'), el('div', 'status'), stage, el('div', 'type-row'), el('div', 'pad-host'));
     content.replaceChildren(wrap);
   }
+  renderControls(wrap.querySelector('.controls'), screen.controls);
   renderStatus(wrap.querySelector('.status'), screen.status);
   const badge = wrap.querySelector('.badge');
   badge.hidden = !screen.badge;
@@ -845,6 +847,25 @@ function renderWeb(content, screen, sameScreen) {
   renderFlash(wrap.querySelector('.flash'), screen, sameScreen);
   renderField(wrap.querySelector('.type-row'), screen, id);
   renderPad(wrap.querySelector('.pad-host'), screen);
+}
+
+// Segmented controls (scope, period): one group each, the chosen segment pressed.
+function renderControls(node, controls) {
+  node.hidden = !controls || !controls.length;
+  if (node.hidden) { node.replaceChildren(); return; }
+  node.replaceChildren(...controls.map((segments) => {
+    const group = el('div', 'segments');
+    group.setAttribute('role', 'group');
+    for (const seg of segments) {
+      const b = el('button', 'segment' + (seg.selected ? ' selected' : ''), seg.title);
+      b.type = 'button';
+      b.dataset.segment = seg.id;
+      b.setAttribute('aria-pressed', seg.selected ? 'true' : 'false');
+      b.addEventListener('click', () => { if (!seg.selected) sendScreen('segment', seg.id); });
+      group.append(b);
+    }
+    return group;
+  }));
 }
 
 function renderStatus(node, status) {
