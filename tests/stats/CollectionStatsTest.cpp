@@ -77,8 +77,9 @@ class CollectionStatsTest : public SchedTest {
 
   // A review `before` seconds before the day's end.
   void log(Id cid, int64_t before, int ease, int type, int lastIvl, int seconds) {
-    col->db()->run("insert into revlog values (?, ?, -1, ?, 1, ?, 2500, ?, ?)",
-                   {(kCutoff - before) * 1000 + ++seq, cid, ease, lastIvl, seconds * 1000, type});
+    col->db()->run(
+        "insert into revlog values (?, ?, -1, ?, 1, ?, 2500, ?, ?)",
+        {(kCutoff - before) * 1000 + ++seq, cid, ease, lastIvl, int64_t{seconds} * 1000, type});
   }
 
   std::string page(int period, bool whole = false) {
