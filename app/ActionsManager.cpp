@@ -381,7 +381,7 @@ void ActionsManager::deleteNote() {
   if (!_card()) return;
   Id nid = _svc()->card()->nid;
   _app.askUser("Delete note and its cards?", "Confirm Delete", [this, nid](bool yes) {
-    Col* col = _app.col();
+    std::shared_ptr<Col> col = _app.col();
     if (!yes || !col) return;
     size_t cards = col->getNote(nid)->cards().size();
     col->remNotes({nid});

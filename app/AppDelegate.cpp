@@ -234,9 +234,9 @@ void AppDelegate::_finishTerminating() {
 
 // The collection.
 
-Col* AppDelegate::col() const {
+std::shared_ptr<Col> AppDelegate::col() const {
   std::lock_guard lock(_colMutex);
-  return _col.get();
+  return _col;
 }
 
 void AppDelegate::setCol(std::unique_ptr<Col> col) {
@@ -291,7 +291,7 @@ void AppDelegate::maybeBackup(bool force, Block onFinish) {
 }
 
 BackupFolder::Result AppDelegate::performBackup(bool force, const std::string& msg) {
-  Col* c = col();
+  std::shared_ptr<Col> c = col();
   if (!c) {
     log("backup called with no col");
     BackupFolder::Result none;
@@ -442,7 +442,7 @@ void AppDelegate::stopTimer() {
 
 void AppDelegate::_stopTimerLocked() {
   if (!_saveTimer) return;
-  if (Col* c = col()) c->save();
+  if (std::shared_ptr<Col> c = col()) c->save();
   _saveTimer->invalidate();
   _saveTimer.reset();
 }
@@ -454,7 +454,7 @@ bool AppDelegate::timerRunning() const {
 
 void AppDelegate::onTimer() {
   doWork("Saving...", [this] {
-    if (Col* c = col()) c->save();
+    if (std::shared_ptr<Col> c = col()) c->save();
   });
 }
 
@@ -491,7 +491,7 @@ void AppDelegate::applicationWillTerminate() {
   {
     std::lock_guard lock(_timerMutex);
     if (_saveTimer) {
-      if (Col* c = col()) c->save();
+      if (std::shared_ptr<Col> c = col()) c->save();
     }
   }
   // Not closed: the file is valid as it stands, and the next open goes on from it.

@@ -81,10 +81,11 @@ class AppDelegate {
   void terminate(int status = 0, bool finishQueuedWork = true);
 
   // The open collection, or null. Any thread may ask; the collection itself is used on the
-  // main loop and in jobs only (never both at once: input is frozen while a job runs). A
-  // profile switch replaces it on the main loop, so a caller keeps the pointer no longer than
-  // its own main block or job.
-  Col* col() const;
+  // main loop and in jobs only (never both at once: input is frozen while a job runs). Shared,
+  // so that a profile switch on the main loop can't free it under a caller who holds what this
+  // returned: `col()->x()` reads as before, and one who holds it across a switch finds the old
+  // collection closed (its db() null) rather than freed. A holder checks db() after a switch.
+  std::shared_ptr<Col> col() const;
   // The profile loader hands the opened collection over here; it gets the progress sink.
   void setCol(std::unique_ptr<Col> col);
   ProfileManager& pm() const { return *_pm; }
@@ -184,7 +185,7 @@ class AppDelegate {
   // Guards the `_col` pointer, not the collection's use. When both are held, _timerMutex
   // is taken first (stopping the timer saves the collection).
   mutable std::mutex _colMutex;
-  std::unique_ptr<Col> _col;
+  std::shared_ptr<Col> _col;
   std::unique_ptr<Preferences> _prefs;
   std::unique_ptr<ProfileManager> _pm;
   NotificationCenter _notifications;

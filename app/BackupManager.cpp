@@ -83,7 +83,7 @@ void BackupManager::_reload() {
 }
 
 int64_t BackupManager::_limit(const char* key, int64_t missing) const {
-  Col* col = _app.col();
+  std::shared_ptr<Col> col = _app.col();
   if (!col || !col->conf().contains(key)) return missing;
   return jsonInt(col->conf()[key], missing);
 }
@@ -139,7 +139,7 @@ bool BackupManager::handle(const Event& e) {
 }
 
 bool BackupManager::_setLimit(const char* key, const std::string& text, int64_t min, int64_t max) {
-  Col* col = _app.col();
+  std::shared_ptr<Col> col = _app.col();
   if (!col) return false;
   // Text that isn't a number is refused: the field shows the stored value again.
   if (std::optional<int64_t> value = boundedParse(text, min, max)) {
@@ -192,7 +192,7 @@ void BackupManager::restoreBackupAtIdx(size_t index) {
   app.doWork(
       "Reverting to backup...",
       [&app, path, outcome] {
-        Col* col = app.col();
+        std::shared_ptr<Col> col = app.col();
         if (!col) return;
         col->save();
         std::string safety;

@@ -25,7 +25,7 @@ int64_t DeckConfViewController::intValue(const std::string& text) {
 
 void DeckConfViewController::viewWillAppear() {
   if (_filled) return;
-  Col* col = _app.col();
+  std::shared_ptr<Col> col = _app.col();
   if (!col) return;
   DeckManager& dm = col->decks();
   Json* deck = dm.current();
@@ -38,7 +38,7 @@ void DeckConfViewController::viewWillAppear() {
 }
 
 void DeckConfViewController::viewWillDisappear() {
-  Col* col = _app.col();
+  std::shared_ptr<Col> col = _app.col();
   if (!col || !_filled || _dyn) return;
   DeckManager& dm = col->decks();
   Json* deck = dm.byName(_deckName);

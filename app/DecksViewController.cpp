@@ -80,7 +80,7 @@ void DecksViewController::loadDecks() {
   _app.doWork(
       "Checking...",
       [this, result, when] {
-        Col* col = _app.col();
+        std::shared_ptr<Col> col = _app.col();
         if (!col) return;
         *result = _loadDecks(*col, _app.pm());
         *when = intTime();
@@ -307,7 +307,7 @@ std::shared_ptr<DecksViewController::Entry> DecksViewController::_entry(
 }
 
 void DecksViewController::selectDeck(const std::string& fullname) {
-  Col* col = _app.col();
+  std::shared_ptr<Col> col = _app.col();
   if (!col) return;
   Id did = col->decks().getID(fullname, false);
   if (!did) {
@@ -345,7 +345,7 @@ bool DecksViewController::toggleSectionShownForDeck(const std::string& fullname)
 }
 
 void DecksViewController::deleteDeck(const std::string& fullname) {
-  Col* col = _app.col();
+  std::shared_ptr<Col> col = _app.col();
   if (!col) return;
   Id did = col->decks().getID(fullname, false);
   if (!did) return;
@@ -354,7 +354,7 @@ void DecksViewController::deleteDeck(const std::string& fullname) {
     return;
   }
   auto remove = [this, did] {
-    Col* c = _app.col();
+    std::shared_ptr<Col> c = _app.col();
     if (!c) return;
     c->decks().removeDeck(Json(did), true);
     c->save();
@@ -370,7 +370,7 @@ void DecksViewController::deleteDeck(const std::string& fullname) {
 }
 
 void DecksViewController::renameDeck(const std::string& fullname) {
-  Col* col = _app.col();
+  std::shared_ptr<Col> col = _app.col();
   if (!col) return;
   Id did = col->decks().getID(fullname, false);
   if (!did) return;
@@ -395,7 +395,7 @@ bool DecksViewController::_refuseName(const std::string& text, const char* empty
 }
 
 void DecksViewController::_renameCurrentDeckTo(const std::string& text) {
-  Col* col = _app.col();
+  std::shared_ptr<Col> col = _app.col();
   if (!col || _refuseName(text, "Cannot rename a deck without a name.")) return;
   for (const std::string& part : components(text)) {
     if (trimmed(part).empty()) {
@@ -421,7 +421,7 @@ void DecksViewController::addEmptyDeck() {
 }
 
 void DecksViewController::_createDeck(const std::string& text) {
-  Col* col = _app.col();
+  std::shared_ptr<Col> col = _app.col();
   if (!col || _refuseName(text, "Cannot create a deck without a name.")) return;
   Id did = col->decks().getID(text);
   if (!did) {
@@ -473,7 +473,7 @@ void DecksViewController::launchItunesAddAndReplace(bool replace) {
   _app.doWork(
       "Importing...",
       [this, path, replace, iTunesImport] {
-        Col* col = _app.col();
+        std::shared_ptr<Col> col = _app.col();
         if (!col) return;
         col->save();
         RivoPackageImporter importer(*col, path);
@@ -562,7 +562,7 @@ void DecksViewController::updateSyncLabel() {
     setNeedsDisplay();
   };
   const std::string hkey = _app.pm().stringForKey("hkey");
-  Col* col = _app.col();
+  std::shared_ptr<Col> col = _app.col();
   if (hkey.empty() || !col) return setTone("");
   if (col->ls() < col->mod()) return setTone(kSyncChanged);
   _app.doOnBlock([this, hkey, setTone] {
@@ -575,7 +575,7 @@ void DecksViewController::updateSyncLabel() {
     }
     const int64_t mod = jsonInt(meta->value("mod", Json()));
     _app.doOnMain([this, mod, setTone] {
-      if (Col* c = _app.col()) setTone(mod != c->mod() ? kSyncChanged : "");
+      if (std::shared_ptr<Col> c = _app.col()) setTone(mod != c->mod() ? kSyncChanged : "");
     });
   });
 }

@@ -35,7 +35,7 @@ ExportViewController::ExportViewController(AppDelegate& app) : _app(app) {}
 
 void ExportViewController::viewWillAppear() {
   _decks = {""};
-  Col* col = _app.col();
+  std::shared_ptr<Col> col = _app.col();
   if (!col) return;
   // A filtered deck holds cards of other decks: those decks are what is exported.
   std::vector<std::string> names = col->decks().allNames(false);
@@ -100,7 +100,7 @@ bool ExportViewController::handle(const Event& e) {
 }
 
 void ExportViewController::doExport(size_t index) {
-  Col* col = _app.col();
+  std::shared_ptr<Col> col = _app.col();
   if (!col || index >= _decks.size()) return;
   const std::string deck = _decks[index];
   std::optional<Id> did;
@@ -125,7 +125,7 @@ void ExportViewController::doExport(size_t index) {
   app.doWork(
       "Exporting...",
       [&app, did, media, sched, path, outcome] {
-        Col* c = app.col();
+        std::shared_ptr<Col> c = app.col();
         if (!c) return;
         RivoPackageExporter exporter(*c, did);
         exporter.includeMedia = media;

@@ -116,7 +116,7 @@ void SyncFlow::login(AppDelegate& app, const std::string& user, const std::strin
 void SyncFlow::deauthorize(AppDelegate& app, const std::function<void()>& reload) {
   app.showPopup("Deauthorized.");
   app.pm().removeObjectForKey("hkey");
-  if (Col* col = app.col()) col->media().forceResync();
+  if (std::shared_ptr<Col> col = app.col()) col->media().forceResync();
   app.pm().save();
   if (reload) reload();
 }
@@ -125,7 +125,7 @@ void SyncFlow::fullSync(AppDelegate& app) {
   app.askUser("Force a one way sync? All changes on one side will be lost.", "Full Sync",
               [&app](bool yes) {
                 if (!yes) return;
-                Col* col = app.col();
+                std::shared_ptr<Col> col = app.col();
                 if (!col) return;
                 col->modSchema();
                 col->save();

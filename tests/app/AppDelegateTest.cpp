@@ -95,6 +95,20 @@ TEST_F(AppDelegateTest, FirstLaunchMakesUser1OpensItAndWelcomesOnce) {
   EXPECT_EQ(app.pm().profiles(), std::vector<std::string>{"User 1"});
 }
 
+// A caller holding the collection across a profile switch keeps a closed object, not a freed one
+// (the sanitizer build would catch a use after free).
+TEST_F(AppDelegateTest, AHeldCollectionOutlivesAProfileSwitchClosed) {
+  AppDelegate app(ui, options());
+  app.launch();
+  std::shared_ptr<Col> held = app.col();
+  app.pm().create("Other");
+  ASSERT_TRUE(app.pm().loadProfileWithName("Other"));
+  waitIdle(app);
+  EXPECT_NE(app.col(), held);
+  EXPECT_EQ(held->db(), nullptr);
+  EXPECT_EQ(held->path(), data() + "/profiles/User 1/collection.rivo2");
+}
+
 TEST_F(AppDelegateTest, ASecondProcessOnTheSameDataIsRefused) {
   fs::create_directories(data());
   int fd = ::open((data() + "/.lock").c_str(), O_RDWR | O_CREAT, 0600);
@@ -231,7 +245,7 @@ TEST_F(AppDelegateTest, TheTimerSavesWhenIdleNeverDuringAJobAndStopsOnResign) {
   o.saveInterval = 0.05;
   AppDelegate app(ui, o);
   app.launch();
-  Col* col = app.col();
+  std::shared_ptr<Col> col = app.col();
   col->setMod();
   ASSERT_TRUE(
       run(app, [&] { return debugLog().find("finished work: Saving...") != std::string::npos; }));
