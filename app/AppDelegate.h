@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "app/BackupFolder.h"
+#include "app/CollectionHost.h"
 #include "app/Dispatch.h"
 #include "app/NotificationCenter.h"
 #include "app/Timer.h"
@@ -28,7 +29,7 @@ class SignalWatcher;
 class StudyViewController;
 class Ui;
 
-class AppDelegate {
+class AppDelegate : public CollectionHost {
  public:
   using Block = std::function<void()>;
 
@@ -52,7 +53,7 @@ class AppDelegate {
 
   AppDelegate(Ui& ui, Options options);
   // Lets a running job finish, then releases everything. The collection isn't closed.
-  ~AppDelegate();
+  ~AppDelegate() override;
   AppDelegate(const AppDelegate&) = delete;
   AppDelegate& operator=(const AppDelegate&) = delete;
 
@@ -85,9 +86,9 @@ class AppDelegate {
   // so that a profile switch on the main loop can't free it under a caller who holds what this
   // returned: `col()->x()` reads as before, and one who holds it across a switch finds the old
   // collection closed (its db() null) rather than freed. A holder checks db() after a switch.
-  std::shared_ptr<Col> col() const;
+  std::shared_ptr<Col> col() const override;
   // The profile loader hands the opened collection over here; it gets the progress sink.
-  void setCol(std::unique_ptr<Col> col);
+  void setCol(std::unique_ptr<Col> col) override;
   ProfileManager& pm() const { return *_pm; }
   Preferences& prefs() const { return *_prefs; }
   NotificationCenter& notifications() { return _notifications; }
@@ -122,7 +123,7 @@ class AppDelegate {
   std::shared_ptr<Timer> performAfterDelay(float seconds, Block block);
 
   // Alerts, popup and spinner. Main-thread state; a call from elsewhere is posted there.
-  void showInfo(const std::string& text);
+  void showInfo(const std::string& text) override;
   void askUser(const std::string& text, const std::string& title, std::function<void(bool)> cb);
   void showPopup(const std::string& text);
   void hidePopup();
@@ -142,7 +143,7 @@ class AppDelegate {
 
   // Queues a backup (not forced), then closes the open collection (if any) on the calling
   // thread and forgets it. The backup acts on whatever collection is open when its turn comes.
-  void unloadCollection();
+  void unloadCollection() override;
 
   void startTimer();
   void stopTimer();

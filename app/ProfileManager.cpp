@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <memory>
 
-#include "app/AppDelegate.h"
 #include "app/AppError.h"
 #include "app/Preferences.h"
 #include "app/SettingsMetadataSource.h"
@@ -73,8 +72,8 @@ bool moveReplacing(const std::string& from, const std::string& to, std::error_co
 
 }  // namespace
 
-ProfileManager::ProfileManager(Preferences& ud, std::string dataDir, AppDelegate* app)
-    : _ud(ud), _dataDir(std::move(dataDir)), _app(app) {
+ProfileManager::ProfileManager(Preferences& ud, std::string dataDir, CollectionHost* host)
+    : _ud(ud), _dataDir(std::move(dataDir)), _host(host) {
   ensureSetUp();
 }
 
@@ -219,7 +218,7 @@ void ProfileManager::remove(const std::string& name) {
   if (list.size() <= 1) throw AppError("The only profile can't be removed.");
   bool wasCurrent = name == currentProfile();
   // Its collection must not be open while its folder goes.
-  if (wasCurrent && _app) _app->unloadCollection();
+  if (wasCurrent && _host) _host->unloadCollection();
   std::error_code ec;
   fs::remove_all(_profileDir() + "/" + name, ec);
   if (ec) throw AppError("Removing the folder of profile '" + name + "' failed: " + ec.message());
@@ -230,7 +229,7 @@ void ProfileManager::remove(const std::string& name) {
   sysLog("new profiles list: " + Json(list).dump());
   if (wasCurrent) {
     setCurrentProfile(list.front());
-    if (_app) loadCurrentProfile();
+    if (_host) loadCurrentProfile();
   }
 }
 
@@ -248,8 +247,8 @@ void ProfileManager::renameFrom(const std::string& from, const std::string& to) 
   if (_ensureExists(source).empty())
     throw AppError("Renaming profile '" + from + "' failed: no folder at " + source);
   // An open collection would go on writing its journal beside the old path.
-  bool reopen = _app && _app->col() && from == currentProfile();
-  if (reopen) _app->unloadCollection();
+  bool reopen = _host && _host->col() && from == currentProfile();
+  if (reopen) _host->unloadCollection();
   for (const std::string& key : _keysForProfile(from)) {
     _ud.setObject(_ud.objectForKey(key), profileKey(key.substr(from.size() + 1), to));
     _ud.removeObjectForKey(key);
@@ -277,7 +276,7 @@ bool ProfileManager::loadProfileWithName(const std::string& name, const std::str
   _checkName(name);
   if (!hasProfile(name)) throw AppError("There is no profile named '" + name + "'.");
   synchronize();
-  _app->unloadCollection();
+  _host->unloadCollection();
   if (name != currentProfile()) setCurrentProfile(name);
   addNewOptions();
   std::string path = collectionPath();
@@ -285,7 +284,7 @@ bool ProfileManager::loadProfileWithName(const std::string& name, const std::str
   sysLog("loading collection at path: " + path);
   std::unique_ptr<Col> col = Storage::open(path, true, false, true, documents);
   if (!col) {
-    _app->showInfo(kCorruptMessage);
+    _host->showInfo(kCorruptMessage);
     // Kept where the user can take it away; only the latest damaged file is kept.
     std::string corrupt = documents + "/corrupt.rivo2";
     std::error_code ec;
@@ -300,7 +299,7 @@ bool ProfileManager::loadProfileWithName(const std::string& name, const std::str
     col = Storage::open(path, true, false, true, documents);
     if (!col) throw AppError("A new collection couldn't be created at " + path);
   }
-  _app->setCol(std::move(col));
+  _host->setCol(std::move(col));
   return true;
 }
 
@@ -407,7 +406,7 @@ void ProfileManager::_checkName(const std::string& name) const {
 }
 
 void ProfileManager::_requireApp() const {
-  if (!_app) throw AppError("No application to load a collection into.");
+  if (!_host) throw AppError("No application to load a collection into.");
 }
 
 // Paths.

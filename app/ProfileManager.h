@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "app/CollectionHost.h"
 #include "librivo/Json.h"
 
 namespace rivo {
 
-class AppDelegate;
 class Preferences;
 
 class ProfileManager {
@@ -20,9 +20,10 @@ class ProfileManager {
       "Your collection couldn't be loaded. It has been backed up to iTunes, and a fresh "
       "collection has been loaded.";
 
-  // `dataDir` holds profiles/, Documents/ and the preferences. Without `app` everything but
-  // loading a collection works. Makes the first profile if there is none.
-  ProfileManager(Preferences& ud, std::string dataDir, AppDelegate* app = nullptr);
+  // `dataDir` holds profiles/, Documents/ and the preferences. Loaded collections go to `host`
+  // (not owned; the application); without it everything but loading a collection works.
+  // Makes the first profile if there is none.
+  ProfileManager(Preferences& ud, std::string dataDir, CollectionHost* host = nullptr);
 
   Preferences& ud() { return _ud; }
 
@@ -102,7 +103,7 @@ class ProfileManager {
 
   Preferences& _ud;
   std::string _dataDir;
-  AppDelegate* _app;
+  CollectionHost* _host;
 };
 
 }  // namespace rivo
