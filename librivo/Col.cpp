@@ -20,6 +20,7 @@
 #include "librivo/MediaManager.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Note.h"
+#include "librivo/SaveError.h"
 #include "librivo/Scheduler.h"
 #include "librivo/StoredCodes.h"
 #include "librivo/SysLog.h"
@@ -141,25 +142,30 @@ void Col::setMod() {
 
 void Col::flushAndSetMod(int64_t modMs) {
   _mod = modMs ? modMs : intTime(1000);
-  std::string error;
-  std::string conf = jsonString(_conf, &error);
-  if (!error.empty()) {
-    log({"error serializing conf JSON: " + error});
-    return;
-  }
+  const std::string conf = savedJson(_conf, "collection settings");
   _db->run("update col set crt=?, mod=?, scm=?, dty=?, usn=?, ls=?, conf=?",
            {_crt, _mod, _scm, _dty, int64_t{_usn}, _ls, conf});
 }
 
 void Col::saveName(const std::string& name, int64_t modMs) {
-  _models->flush();
-  _decks->flush();
-  _tags->flush();
-  if (_db->mod) {
-    flushAndSetMod(modMs);
-    _db->commit();
-    lock();
+  try {
+    _models->flush();
+    _decks->flush();
+    _tags->flush();
+    if (_db->mod) {
+      flushAndSetMod(modMs);
+      _db->commit();
+      lock();
+      _db->mod = false;
+    }
+  } catch (const SaveError&) {
+    // Nothing of a failed save may reach the file with a later commit, and what is held
+    // in memory goes back to what the file holds.
+    if (_db->inTransaction()) _db->rollback();
     _db->mod = false;
+    load();
+    lock();
+    throw;
   }
   _markOp(name);
   _lastSave = intTime(1);

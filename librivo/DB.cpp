@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "librivo/ResultSet.h"
+#include "librivo/SaveError.h"
 #include "librivo/SqlError.h"
 #include "librivo/SysLog.h"
 
@@ -372,10 +373,17 @@ void DB::beginTransaction() {
   if (_db) _begin();
 }
 
+// A commit that fails rolls the transaction back and raises SaveError.
 void DB::commit() {
   std::lock_guard guard(_lock);
   if (!inTransaction()) return;
-  _runControl("commit transaction");
+  if (_runControl("commit transaction")) return;
+  // A commit that failed leaves the file at its last committed state only once the
+  // transaction is gone; the caller must hear of it, or it would count the work as saved.
+  const std::string reason = sqlite3_errmsg(_db);
+  if (inTransaction()) _runControl("rollback transaction");
+  ++_removals;
+  throw SaveError("The collection couldn't be saved: " + reason + ".");
 }
 
 void DB::rollback() {

@@ -10,6 +10,7 @@
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/SaveError.h"
 #include "librivo/Scheduler.h"
 #include "librivo/StoredCodes.h"
 #include "librivo/SysLog.h"
@@ -166,12 +167,8 @@ void DeckManager::flush() {
   for (auto& [key, deck] : _parsedDecks().items()) {
     if (deck.is_object() && deck.contains("id")) deck["id"] = jsonInt(deck["id"]);
   }
-  std::string error;
-  std::string decks = jsonString(_parsedDecks(), &error);
-  if (!error.empty()) sysLog("error serializing decks JSON: " + error);
-  error.clear();
-  std::string conf = jsonString(_parsedConf(), &error);
-  if (!error.empty()) sysLog("error serializing deck conf SON: " + error);
+  const std::string decks = savedJson(_parsedDecks(), "decks");
+  const std::string conf = savedJson(_parsedConf(), "deck options");
   _col.db()->run("update col set decks=?, dconf=?", {decks, conf});
   _changed = false;
 }

@@ -1,6 +1,7 @@
 #include "librivo/IcuText.h"
 
 #include <unicode/uchar.h>
+#include <unicode/utf8.h>
 
 #include <stdexcept>
 #include <vector>
@@ -31,6 +32,17 @@ bool isWhitespace(UChar32 c, bool newlines) {
 icu::UnicodeString utf16(std::string_view text) {
   return icu::UnicodeString::fromUTF8(
       icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+}
+
+bool isValidUtf8(std::string_view text) {
+  const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
+  const auto length = static_cast<int32_t>(text.size());
+  for (int32_t i = 0; i < length;) {
+    UChar32 c;
+    U8_NEXT(bytes, i, length, c);
+    if (c < 0) return false;
+  }
+  return true;
 }
 
 std::string utf8(const icu::UnicodeString& text) {

@@ -16,6 +16,9 @@ namespace rivo::icutext {
 icu::UnicodeString utf16(std::string_view text);
 std::string utf8(const icu::UnicodeString& text);
 
+// Whether `text` is well-formed UTF-8: text from outside is checked with it where it enters.
+bool isValidUtf8(std::string_view text);
+
 // Raises std::runtime_error when the source does not compile: built-in patterns never fail,
 // and the template engine turns a failure of a user's delimiter into its error text.
 std::unique_ptr<icu::RegexPattern> compile(const icu::UnicodeString& source, uint32_t flags = 0);

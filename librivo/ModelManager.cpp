@@ -16,6 +16,7 @@
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
 #include "librivo/Latex.h"
+#include "librivo/SaveError.h"
 #include "librivo/StoredCodes.h"
 #include "librivo/SysLog.h"
 #include "librivo/Template.h"
@@ -161,9 +162,7 @@ void ModelManager::save(Json* model, bool templates) {
 
 void ModelManager::flush() {
   if (!_changed) return;
-  std::string error;
-  std::string text = jsonString(_models, &error);
-  if (!error.empty()) sysLog("serialization of models failed with error: " + error);
+  const std::string text = savedJson(_models, "note types");
   _col.db()->run("update col set models = ?", {text});
   _changed = false;
 }

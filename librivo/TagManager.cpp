@@ -11,6 +11,7 @@
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/SaveError.h"
 #include "librivo/SysLog.h"
 #include "librivo/Utils.h"
 
@@ -84,9 +85,7 @@ void TagManager::load(const std::string& json) {
 
 void TagManager::flush() {
   if (!_changed) return;
-  std::string error;
-  std::string text = jsonString(_tags, &error);
-  if (!error.empty()) sysLog("serialization of tags failed with error: " + error);
+  const std::string text = savedJson(_tags, "tags");
   _col.db()->run("update col set tags=?", {text});
   _changed = false;
 }

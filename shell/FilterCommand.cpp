@@ -9,6 +9,7 @@
 #include "app/DynDeckOptions.h"
 #include "librivo/Col.h"
 #include "librivo/DeckManager.h"
+#include "librivo/IcuText.h"
 #include "librivo/Scheduler.h"
 
 namespace rivo {
@@ -42,6 +43,11 @@ int FilterCommand::main(const CommandSettings& settings) {
   return withApp(settings, false, [this](AppDelegate& app) {
     Col& col = *app.col();
     DeckManager& dm = col.decks();
+    // Text of the command line reaches the stored blobs; bytes that aren't UTF-8 never do.
+    if (!icutext::isValidUtf8(_name))
+      throw std::runtime_error("the deck name isn't valid UTF-8 text");
+    if (!icutext::isValidUtf8(_search))
+      throw std::runtime_error("the search isn't valid UTF-8 text");
     Id did = dm.getID(_name, false);
     const bool isNew = !did;
     if (did && !dm.isDyn(Json(did)))
@@ -55,6 +61,8 @@ int FilterCommand::main(const CommandSettings& settings) {
     if (_limit) options.limitText = std::to_string(_limit);
     if (order >= 0) options.order = order;
     if (auto alert = options.save(col, deck)) throw std::runtime_error(alert->message);
+    // The rebuild acts on the selected deck, as on the screen: select the named one first.
+    dm.select(Json(did));
     const std::vector<Id> ids = col.sched().rebuildDyn();
     if (ids.empty() && isNew) dm.removeDeck(Json(did), true);
     col.save();

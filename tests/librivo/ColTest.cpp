@@ -10,7 +10,11 @@
 
 #include "librivo/Card.h"
 #include "librivo/DB.h"
+#include "librivo/DeckManager.h"
+#include "librivo/SaveError.h"
 #include "librivo/Scheduler.h"
+#include "librivo/TagManager.h"
+#include "librivo/Value.h"
 #include "tests/librivo/NoteTypeFixture.h"
 
 namespace rivo {
@@ -203,6 +207,24 @@ TEST_F(ColTest, BeforeUploadLeavesACleanClosedFile) {
   Json decks = decodeJson(toText(*db.scalar("select decks from col")));
   EXPECT_EQ(decks["1"]["usn"], 0);
   EXPECT_EQ(decks["1"]["id"], 1) << "flush repairs a deck id stored as text";
+}
+
+TEST_F(ColTest, ABlobThatCantBeEncodedFailsTheSaveAndKeepsTheFile) {
+  col->decks().getID("Kept");
+  col->save();
+  auto decksBlob = [&] { return toText(*col->db()->scalar("select decks from col")); };
+  const std::string decks = decksBlob();
+  col->decks().getID("Dr\xffill");
+  col->db()->run("update cards set due = 7");
+  EXPECT_THROW(col->save(), SaveError);
+  // The failed save reached nothing, and memory went back to what the file holds.
+  EXPECT_EQ(col->decks().getID("Dr\xffill", false), 0);
+  EXPECT_EQ(decksBlob(), decks);
+  col->tags().register_({"bad\xfe"});
+  EXPECT_THROW(col->save(), SaveError);
+  reopen();
+  EXPECT_NE(col->decks().getID("Kept", false), 0);
+  EXPECT_EQ(col->tags().all().size(), 0u);
 }
 
 TEST_F(ColTest, DebugLogLinesAndRotation) {

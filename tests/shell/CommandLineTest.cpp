@@ -316,6 +316,10 @@ TEST_F(Study, FilterBuildsRebuildsAndRefusesANormalDeck) {
   EXPECT_EQ(count("select count() from cards where odid != 0"), 1);
   EXPECT_EQ(count("select count() from cards where did = 1 and odid = 0 and due > 0"), 2);
 
+  // The named deck is rebuilt, not the one selected.
+  EXPECT_EQ(filter("Other --search deck:Default").out, "2 card(s) gathered in 'Other'.\n");
+  EXPECT_EQ(filter("Drill --search deck:Spanish").out, "1 card(s) gathered in 'Drill'.\n");
+
   // No match is not an error, and a deck made for it leaves no trace.
   r = filter("Empty --search 'deck:Nowhere'");
   EXPECT_EQ(r.status, 0) << r.err;
@@ -323,7 +327,9 @@ TEST_F(Study, FilterBuildsRebuildsAndRefusesANormalDeck) {
   EXPECT_EQ(count("select instr(decks, '\"Empty\"') from col"), 0);
 
   const int64_t mod = count("select mod from col");
-  for (const char* bad : {"Spanish --search deck:Default", "Drill --search x --order sideways"}) {
+  for (const char* bad : {"Spanish --search deck:Default", "Drill --search x --order sideways",
+                          "\"$(printf 'Dr\\377ill')\" --search deck:Default",
+                          "Drill --search \"$(printf 'x\\377')\""}) {
     r = filter(bad);
     EXPECT_EQ(r.status, 1) << bad;
     EXPECT_EQ(r.err.rfind("rivo: ", 0), 0u) << r.err;
