@@ -199,9 +199,10 @@ std::string AppDelegate::_withoutSecret(const std::string& address) {
 }
 
 void AppDelegate::_emptyTmp() {
-  std::string tmp = _options.dataDir + "/tmp";
+  std::string tmp = tmpDir();
   std::error_code ec;
   fs::create_directories(tmp, ec);
+  // For SQLite's own temporary files and any program started from here.
   ::setenv("TMPDIR", tmp.c_str(), 1);
   // Nothing in it survives a restart; what can't be removed is left.
   for (fs::directory_iterator it(tmp, ec), end; !ec && it != end; it.increment(ec)) {
@@ -241,6 +242,7 @@ std::shared_ptr<Col> AppDelegate::col() const {
 
 void AppDelegate::setCol(std::unique_ptr<Col> col) {
   if (col) {
+    col->setTmpDir(tmpDir());
     col->setProgressSink([this](const std::string& desc) {
       _dispatch->main().post([this, desc] {
         _notifications.post("rivoUpdateProgress", Json{{"desc", desc}});

@@ -95,6 +95,9 @@ class AppDelegate : public CollectionHost {
   Dispatch& dispatch() { return *_dispatch; }
   Ui& ui() { return _ui; }
   const Options& options() const { return _options; }
+  // The data folder's tmp/, emptied at each launch: every collection opened here and every
+  // sync client made here put their temporary files in it.
+  std::string tmpDir() const { return _options.dataDir + "/tmp"; }
   // The navigation stack and the deck list at its root; null without Options::screens. Main
   // loop only: screens touch the collection there only while no job runs (input is frozen
   // from a job's start to its main block), and other threads never reach them.

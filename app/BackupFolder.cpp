@@ -150,12 +150,13 @@ bool BackupFolder::write(Col& col, const std::string& path, std::string* error,
                          const ZipWriter::Progress& progress) {
   std::string problem = PackageWriter::checkTarget(path);
   std::error_code ec;
-  if (problem.empty()) problem = PackageWriter::checkSpace(path, fs::file_size(col.path(), ec));
+  if (problem.empty())
+    problem = PackageWriter::checkSpace(path, fs::file_size(col.path(), ec), col.tmpDir());
   if (!problem.empty()) {
     if (error) *error = problem;
     return false;
   }
-  PackageWriter writer(path);
+  PackageWriter writer(path, col.tmpDir());
   const std::string collection = col.path();
   col.close();
   bool ok = writer.ok() && writer.addFile(kCollectionEntry, collection, kStored, progress);

@@ -567,6 +567,7 @@ void DecksViewController::updateSyncLabel() {
   if (col->ls() < col->mod()) return setTone(kSyncChanged);
   _app.doOnBlock([this, hkey, setTone] {
     RemoteServer server(hkey);
+    server.tmpDir = _app.tmpDir();
     Error err;
     std::optional<Json> meta = server.meta(&err);
     if (!meta) {

@@ -40,6 +40,7 @@ SyncFlow::Outcome SyncFlow::run(AppDelegate& app, const std::string& hkey, bool 
   col.save();
   {
     RemoteServer server(hkey);
+    server.tmpDir = app.tmpDir();
     server.listener = &listener;
     Syncer syncer(col, &server);
     out.result = syncer.sync(&out.error);
@@ -95,8 +96,9 @@ void SyncFlow::login(AppDelegate& app, const std::string& user, const std::strin
   auto login = std::make_shared<Login>();
   app.doWork(
       "Authenticating...",
-      [login, user, password] {
+      [&app, login, user, password] {
         RemoteServer server;
+        server.tmpDir = app.tmpDir();
         login->hkey = server.hostKeyForUser(user, password, &login->error);
       },
       [&app, login, then = std::move(then)] {

@@ -51,7 +51,6 @@ struct Source {
         std::abort();
       close(fd);
     }
-    setenv("TMPDIR", out.c_str(), 1);
   }
 };
 
@@ -96,6 +95,7 @@ void zipBare(const std::string& target, int level, bool media) {
 void BM_ExportCollection(benchmark::State& state) {
   const Source& s = Source::get();
   auto col = rivo::Storage::open(s.path, true, false, true, s.dir);
+  col->setTmpDir(s.out);
   for (auto _ : state) {
     std::string error;
     if (!rivo::RivoPackageExporter(*col).copyInto(s.out + "/collection.rpkg", &error))
@@ -113,6 +113,7 @@ BENCHMARK(BM_ExportCollectionBare)->Unit(benchmark::kMillisecond)->Iterations(3)
 void BM_Backup(benchmark::State& state) {
   const Source& s = Source::get();
   auto col = rivo::Storage::open(s.path, true, false, true, s.dir);
+  col->setTmpDir(s.out);
   for (auto _ : state) {
     const rivo::BackupFolder::Result r = rivo::BackupFolder(s.out).backup(*col, "bench", true);
     if (r.outcome != rivo::BackupFolder::Result::Outcome::written)

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "librivo/Json.h"
+#include "librivo/Utils.h"
 #include "librivo/Value.h"
 
 namespace rivo {
@@ -179,6 +180,10 @@ class Col {
   void setUsn(int usn) { _usn = usn; }
   int64_t lastSave() const { return _lastSave; }
   const std::string& logFolder() const { return _logFolder; }
+  // Where imports, exports and media batches make their temporary files (kDefaultTmpDir until
+  // the owner sets another, before the collection is used).
+  const std::string& tmpDir() const { return _tmpDir; }
+  void setTmpDir(std::string dir) { _tmpDir = std::move(dir); }
 
   ModelManager& models() { return *_models; }
   DeckManager& decks() { return *_decks; }
@@ -219,6 +224,7 @@ class Col {
   std::unique_ptr<Scheduler> _sched;
   UndoState _undo;
   std::string _logFolder;
+  std::string _tmpDir = kDefaultTmpDir;
   ProgressSink _progressSink;
   NotificationSink _notificationSink;
   bool _ok = false;

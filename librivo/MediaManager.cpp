@@ -695,7 +695,7 @@ void MediaManager::forceResync() {
 // --- Zip batches ---
 
 std::optional<MediaManager::Batch> MediaManager::mediaChangesZip(Error* error) {
-  const std::string zipPath = getUniqueFilenameInFolder(tmpDir(), "zip");
+  const std::string zipPath = getUniqueFilenameInFolder(_col.tmpDir(), "zip");
   struct Remover {
     const std::string& path;
     ~Remover() { unlink(path.c_str()); }
@@ -752,7 +752,7 @@ std::optional<MediaManager::Batch> MediaManager::mediaChangesZip(Error* error) {
 
 int MediaManager::addFilesFromZip(std::string_view data, Error* error) {
   if (!_db) connect();
-  const std::string tmp = tmpFileFromData(data);
+  const std::string tmp = tmpFileFromData(_col.tmpDir(), data);
   // Everything is read and checked before the first file is written, so a damaged batch
   // changes nothing in the folder.
   std::vector<std::pair<std::string, std::string>> files;

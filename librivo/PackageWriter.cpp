@@ -39,9 +39,9 @@ std::string PackageWriter::checkTarget(const std::string& target) {
   return {};
 }
 
-std::string PackageWriter::checkSpace(const std::string& target, uint64_t bytes) {
+std::string PackageWriter::checkSpace(const std::string& target, uint64_t bytes,
+                                      const std::string& tmp) {
   const std::string folder = folderOf(target);
-  const std::string tmp = tmpDir();
   // The zip is made in the temporary folder, and copied when the target is on another disk.
   for (const std::string& dir : {tmp, folder}) {
     if (dir == folder && sameDisk(tmp, folder)) break;
@@ -53,10 +53,11 @@ std::string PackageWriter::checkSpace(const std::string& target, uint64_t bytes)
   return {};
 }
 
-PackageWriter::PackageWriter(std::string target) : _target(std::move(target)) {
-  _tmpPath = getUniqueFilenameInFolder(tmpDir(), "rpkg.part");
+PackageWriter::PackageWriter(std::string target, const std::string& tmp)
+    : _target(std::move(target)) {
+  _tmpPath = getUniqueFilenameInFolder(tmp, "rpkg.part");
   _zip = std::make_unique<ZipWriter>(_tmpPath);
-  if (!_zip->ok()) _error = "A temporary file can't be made in " + tmpDir() + ".";
+  if (!_zip->ok()) _error = "A temporary file can't be made in " + tmp + ".";
 }
 
 PackageWriter::~PackageWriter() {

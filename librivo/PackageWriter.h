@@ -1,6 +1,6 @@
 #pragma once
 // Writes a package file (an export or a backup) so that no half-written file ever stands under
-// its name: the zip is made in the temporary folder (tmpDir()), synced, and moved over the
+// its name: the zip is made in the temporary folder it is given, synced, and moved over the
 // target only once it is whole. A writer that isn't committed removes its temporary file; a
 // process killed meanwhile leaves it in the temporary folder, which the application empties at
 // each launch. Sentences in error() are for the user.
@@ -24,11 +24,11 @@ class PackageWriter {
   // Why a package can't be written at `target`, or "": its folder must exist and be writable,
   // and the target must not be a folder.
   static std::string checkTarget(const std::string& target);
-  // Why `bytes` won't fit on the disks of the temporary folder and of the target, or "".
-  static std::string checkSpace(const std::string& target, uint64_t bytes);
+  // Why `bytes` won't fit on the disks of the temporary folder `tmp` and of the target, or "".
+  static std::string checkSpace(const std::string& target, uint64_t bytes, const std::string& tmp);
 
-  // Creates the temporary zip; check ok() afterwards.
-  explicit PackageWriter(std::string target);
+  // Creates the temporary zip in the folder `tmp`; check ok() afterwards.
+  PackageWriter(std::string target, const std::string& tmp);
   ~PackageWriter();
   PackageWriter(const PackageWriter&) = delete;
   PackageWriter& operator=(const PackageWriter&) = delete;

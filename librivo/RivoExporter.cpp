@@ -61,14 +61,14 @@ bool RivoExporter::exportInto(const std::string& path, std::string* error) {
     if (error) *error = "The deck to export no longer exists.";
     return false;
   }
-  const std::string folder = getUniqueFilenameInFolder(tmpDir(), "export");
+  const std::string folder = getUniqueFilenameInFolder(_col.tmpDir(), "export");
   const std::string built = folder + "/collection.rivo2";
   std::error_code ec;
   std::string problem;
   try {
     fs::create_directories(folder);
     auto dst = Storage::open(built, true, false, true);
-    if (!dst) throw std::runtime_error("a new collection can't be made in " + tmpDir());
+    if (!dst) throw std::runtime_error("a new collection can't be made in " + _col.tmpDir());
     _build(*dst);
     dst->setCrt(_col.crt());
     _count = dst->cardCount();

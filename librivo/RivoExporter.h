@@ -5,10 +5,10 @@
 // is new and no history goes along. With includeMedia, mediaFiles() lists the media files the
 // exported notes refer to, which a package then carries.
 //
-// The file is built in a folder of its own under tmpDir() and moved to its path only when
-// complete, so nothing else (no media folder) appears beside it and a failure leaves nothing.
-// One run per object, on the thread that owns the collection (the work queue); the collection
-// is only read.
+// The file is built in a folder of its own under the collection's temporary folder and moved to its
+// path only when complete, so nothing else (no media folder) appears beside it and a failure leaves
+// nothing. One run per object, on the thread that owns the collection (the work queue); the
+// collection is only read.
 
 #include <optional>
 #include <string>

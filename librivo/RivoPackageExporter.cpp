@@ -68,7 +68,7 @@ bool RivoPackageExporter::copyInto(const std::string& path, std::string* error) 
     if (error) *error = problem;
     return false;
   }
-  PackageWriter writer(path);
+  PackageWriter writer(path, _col.tmpDir());
   const bool whole = !_did && includeSched;
   bool ok = writer.ok() &&
             (whole ? _copyCollection(writer, path, error) : _buildSubset(writer, path, error));
@@ -84,7 +84,8 @@ bool RivoPackageExporter::_copyCollection(PackageWriter& writer, const std::stri
       includeMedia ? mediaFolderFiles(_col.media().dir()) : std::vector<std::string>();
   uint64_t bytes = sizeOf(collection);
   for (const std::string& file : media) bytes += sizeOf(file);
-  if (std::string problem = PackageWriter::checkSpace(path, bytes); !problem.empty()) {
+  if (std::string problem = PackageWriter::checkSpace(path, bytes, _col.tmpDir());
+      !problem.empty()) {
     if (error) *error = problem;
     return false;
   }
@@ -104,12 +105,12 @@ bool RivoPackageExporter::_copyCollection(PackageWriter& writer, const std::stri
 
 bool RivoPackageExporter::_buildSubset(PackageWriter& writer, const std::string& path,
                                        std::string* error) {
-  const std::string built = getUniqueFilenameInFolder(tmpDir(), "rivo2");
+  const std::string built = getUniqueFilenameInFolder(_col.tmpDir(), "rivo2");
   bool ok = RivoExporter::exportInto(built, error);
   if (ok) {
     uint64_t bytes = sizeOf(built);
     for (const std::string& file : mediaFiles()) bytes += sizeOf(file);
-    std::string problem = PackageWriter::checkSpace(path, bytes);
+    std::string problem = PackageWriter::checkSpace(path, bytes, _col.tmpDir());
     if (!problem.empty() && error) *error = problem;
     ok = problem.empty() && writer.addFile(kCollectionEntry, built) &&
          _addMedia(writer, includeMedia ? mediaFiles() : std::vector<std::string>());

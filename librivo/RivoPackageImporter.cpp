@@ -139,7 +139,7 @@ void RivoPackageImporter::_checkSpace() {
     media += size;
   }
   const uint64_t collection = _entries[kCollectionEntry].size;
-  const std::string tmp = tmpDir();
+  const std::string tmp = _col.tmpDir();
   struct stat a {
   }, b{};
   const bool oneDisk =
@@ -160,12 +160,12 @@ uint64_t RivoPackageImporter::_freeBytes(const std::string& dir) {
 }
 
 void RivoPackageImporter::_copyCollection() {
-  _tmpPath = getUniqueFilenameInFolder(tmpDir(), "rivo2");
+  _tmpPath = getUniqueFilenameInFolder(_col.tmpDir(), "rivo2");
   const int fd = open(_tmpPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (fd < 0) {
     const std::string why = errnoText();
     _tmpPath.clear();
-    throw ImportError("A temporary file can't be made in " + tmpDir() + ": " + why + ".");
+    throw ImportError("A temporary file can't be made in " + _col.tmpDir() + ": " + why + ".");
   }
   bool copied = _zip->extract(kCollectionEntry, fd, kCopyPiece);
   std::string why = copied ? std::string() : _zip->error();

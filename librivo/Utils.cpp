@@ -451,11 +451,6 @@ bool caseInsensitiveLess(const std::string& a, const std::string& b) {
 
 // --- Files and platform ---
 
-std::string tmpDir() {
-  const char* dir = std::getenv("TMPDIR");
-  return dir && *dir ? dir : "/tmp";
-}
-
 bool writeAll(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t n = write(fd, bytes.data(), bytes.size());
@@ -515,10 +510,10 @@ std::string sizeText(uint64_t bytes) {
   return text;
 }
 
-std::string tmpFileFromData(std::string_view bytes) {
-  std::string path = (std::filesystem::path(tmpDir()) / "XXXXXX.tmp").string();
+std::string tmpFileFromData(const std::string& folder, std::string_view bytes) {
+  std::string path = (std::filesystem::path(folder) / "XXXXXX.tmp").string();
   const int fd = mkstemps(path.data(), 4);
-  if (fd < 0) throw std::runtime_error("could not create a temporary file in " + tmpDir());
+  if (fd < 0) throw std::runtime_error("could not create a temporary file in " + folder);
   const bool written = writeAll(fd, bytes);
   const bool closed = close(fd) == 0;
   if (!written || !closed) {
@@ -528,13 +523,13 @@ std::string tmpFileFromData(std::string_view bytes) {
   return path;
 }
 
-std::string tmpFileFromData(const std::vector<uint8_t>& bytes) {
+std::string tmpFileFromData(const std::string& folder, const std::vector<uint8_t>& bytes) {
   return tmpFileFromData(
-      std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+      folder, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
-std::string tmpFileFromJSON(const Json& value) {
-  return tmpFileFromData(jsonString(value));
+std::string tmpFileFromJSON(const std::string& folder, const Json& value) {
+  return tmpFileFromData(folder, jsonString(value));
 }
 
 void clearTempDir(const std::string& dir) {

@@ -90,13 +90,14 @@ std::map<std::string, std::vector<T>> groupBy(const std::vector<T>& items, KeyFn
 
 // --- Files and platform ---
 
-// $TMPDIR when set, else /tmp.
-std::string tmpDir();
-// Writes to a new unique "*.tmp" file in tmpDir() and returns its path; raises
+// The temporary folder of a collection or a client nobody pointed elsewhere; the application
+// points them into its data folder, which it empties at each launch.
+inline constexpr const char* kDefaultTmpDir = "/tmp";
+// Writes to a new unique "*.tmp" file in `folder` and returns its path; raises
 // std::runtime_error if the file can't be written.
-std::string tmpFileFromData(std::string_view bytes);
-std::string tmpFileFromData(const std::vector<uint8_t>& bytes);
-std::string tmpFileFromJSON(const Json& value);
+std::string tmpFileFromData(const std::string& folder, std::string_view bytes);
+std::string tmpFileFromData(const std::string& folder, const std::vector<uint8_t>& bytes);
+std::string tmpFileFromJSON(const std::string& folder, const Json& value);
 // Writes all of `bytes` to the open file, going on after interruptions and short writes;
 // false (errno set) when a write fails.
 bool writeAll(int fd, std::string_view bytes);

@@ -42,7 +42,9 @@ std::string FullSyncer::clientVersion() {
 }
 
 FullSyncer::FullSyncer(Col* c, const std::string& key)
-    : HttpSyncer(key, Json{{"k", key}, {"v", clientVersion()}}), col(c) {}
+    : HttpSyncer(key, Json{{"k", key}, {"v", clientVersion()}}), col(c) {
+  if (c) tmpDir = c->tmpDir();
+}
 
 bool FullSyncer::download(Error* err) {
   notifySyncStatus("Downloading from RivoWeb...");

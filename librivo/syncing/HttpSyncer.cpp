@@ -38,8 +38,8 @@ std::string fieldText(const Json& value) {
 }
 
 // A new empty file in the temporary folder, open for writing; its path goes to `path`.
-std::FILE* newTmpFile(std::string* path) {
-  std::string name = (std::filesystem::path(tmpDir()) / "XXXXXX.tmp").string();
+std::FILE* newTmpFile(const std::string& folder, std::string* path) {
+  std::string name = (std::filesystem::path(folder) / "XXXXXX.tmp").string();
   int fd = mkstemps(name.data(), 4);
   if (fd < 0) return nullptr;
   std::FILE* f = fdopen(fd, "w+b");
@@ -141,9 +141,9 @@ bool HttpSyncer::_writeBody(const Payload& fobj, int comp, std::string* problem)
   for (const auto& [name, value] : _postVars.items())
     text += delimiter + "\r\n" + "Content-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" +
             fieldText(value) + "\r\n";
-  _body = newTmpFile(&_bodyPath);
+  _body = newTmpFile(tmpDir, &_bodyPath);
   if (!_body) {
-    *problem = "could not create a temporary file in " + tmpDir();
+    *problem = "could not create a temporary file in " + tmpDir;
     return false;
   }
   bool ok = true;
@@ -228,13 +228,13 @@ void HttpSyncer::reqWithMethod(const std::string& method, const Payload& fobj, i
   bool ok = _writeBody(fobj, comp, &problem);
   if (ok) {
     if (downloadPath.empty()) {
-      std::FILE* f = newTmpFile(&downloadPath);
+      std::FILE* f = newTmpFile(tmpDir, &downloadPath);
       if (f) std::fclose(f);
     }
     _download = downloadPath.empty() ? nullptr : std::fopen(downloadPath.c_str(), "wb");
     if (!_download) {
       ok = false;
-      problem = "could not create a temporary file in " + tmpDir();
+      problem = "could not create a temporary file in " + tmpDir;
     }
   }
   if (!ok) {

@@ -33,9 +33,9 @@ std::string syncBase();
 Error makeError(const std::string& domain, const std::string& text);
 // The error a reply's HTTP status stands for; nothing for 200.
 std::optional<Error> errorForStatus(long status);
-// A JSON temporary file holding the dictionary.
-inline std::string jsonTmpFile(const Json& dict) {
-  return tmpFileFromJSON(dict);
+// A JSON temporary file in `folder` holding the dictionary.
+inline std::string jsonTmpFile(const std::string& folder, const Json& dict) {
+  return tmpFileFromJSON(folder, dict);
 }
 
 class HttpSyncer {
@@ -78,6 +78,9 @@ class HttpSyncer {
   SyncListener* listener = nullptr;
   // Seconds without progress (or to connect) before a request fails.
   double timeout = 60.0;
+  // Where request bodies and replies are spooled. The clients of a collection take the
+  // collection's; whoever makes a RemoteServer sets it.
+  std::string tmpDir = kDefaultTmpDir;
   // A reply read into memory larger than this is refused rather than read.
   int64_t maxReplyBytes = int64_t{256} << 20;
 

@@ -1,5 +1,6 @@
 #include "librivo/syncing/RemoteMediaServer.h"
 
+#include "librivo/Col.h"
 #include "librivo/syncing/FullSyncer.h"
 #include "librivo/syncing/RemoteServer.h"
 
@@ -14,7 +15,9 @@ bool isCount(const Json& value) {
 }  // namespace
 
 RemoteMediaServer::RemoteMediaServer(Col* col, const std::string& hkey)
-    : HttpSyncer(hkey), _col(col) {}
+    : HttpSyncer(hkey), _col(col) {
+  if (col) tmpDir = col->tmpDir();
+}
 
 std::optional<Json> RemoteMediaServer::_waitForJsonData(const std::string& method, Error* err) {
   std::optional<std::string> reply = waitForReqData(err);
@@ -35,7 +38,7 @@ std::optional<Json> RemoteMediaServer::_waitForJsonData(const std::string& metho
 
 std::optional<Json> RemoteMediaServer::_call(const std::string& method, const Json& args,
                                              Error* err) {
-  reqWithMethod(method, jsonTmpFile(args));
+  reqWithMethod(method, jsonTmpFile(tmpDir, args));
   return _waitForJsonData(method, err);
 }
 
@@ -78,7 +81,7 @@ std::optional<std::vector<RemoteMediaServer::Change>> RemoteMediaServer::mediaCh
 
 std::optional<std::string> RemoteMediaServer::downloadFiles(const std::vector<std::string>& files,
                                                             Error* err) {
-  reqWithMethod("downloadFiles", jsonTmpFile({{"files", files}}));
+  reqWithMethod("downloadFiles", jsonTmpFile(tmpDir, {{"files", files}}));
   std::optional<std::string> reply = waitForReqData(err);
   if (!reply) return std::nullopt;
   // A refusal comes in the envelope instead of a zip.
@@ -97,7 +100,7 @@ std::optional<std::string> RemoteMediaServer::downloadFiles(const std::vector<st
 
 std::optional<std::pair<int64_t, int64_t>> RemoteMediaServer::uploadChanges(const std::string& zip,
                                                                             Error* err) {
-  reqWithMethod("uploadChanges", tmpFileFromData(zip), 0);
+  reqWithMethod("uploadChanges", tmpFileFromData(tmpDir, zip), 0);
   std::optional<Json> data = _waitForJsonData("uploadChanges", err);
   if (!data) return std::nullopt;
   if (!data->is_array() || data->size() != 2 || !isCount((*data)[0]) || !isCount((*data)[1])) {

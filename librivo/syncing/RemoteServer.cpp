@@ -57,7 +57,7 @@ std::optional<Json> decodeReply(const std::string& method, const std::string& re
 
 std::optional<Json> RemoteServer::_run(const std::string& method, const Json* data, Error* err) {
   if (data)
-    reqWithMethod(method, jsonTmpFile(*data));
+    reqWithMethod(method, jsonTmpFile(tmpDir, *data));
   else
     reqWithMethod(method);
   std::optional<std::string> reply = waitForReqData(err);
@@ -85,7 +85,7 @@ std::optional<Json> RemoteServer::meta(Error* err) {
 }
 
 std::optional<std::string> RemoteServer::finish(const Json& args, Error* err) {
-  reqWithMethod("finish", jsonTmpFile(args));
+  reqWithMethod("finish", jsonTmpFile(tmpDir, args));
   return waitForReqData(err);
 }
 

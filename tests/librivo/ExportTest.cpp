@@ -30,7 +30,7 @@ class Export : public test::CollectionTest {
   void SetUp() override {
     CollectionTest::SetUp();
     fs::create_directories(dir.file("tmp"));
-    setenv("TMPDIR", dir.file("tmp").c_str(), 1);
+    col->setTmpDir(dir.file("tmp"));
     DeckManager& dm = col->decks();
     lang = dm.getID("Lang");
     french = dm.getID("Lang::French");
@@ -101,7 +101,6 @@ class Export : public test::CollectionTest {
     return out;
   }
 
-  test::SavedEnv tmpEnv{"TMPDIR"};
   Id lang = 0, french = 0, other = 0, filtered = 0;
 };
 

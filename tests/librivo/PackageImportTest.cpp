@@ -33,7 +33,7 @@ class PackageImport : public test::CollectionTest {
   void SetUp() override {
     CollectionTest::SetUp();
     fs::create_directories(dir.file("tmp"));
-    setenv("TMPDIR", dir.file("tmp").c_str(), 1);
+    col->setTmpDir(dir.file("tmp"));
     fs::create_directories(dir.file("src"));
     src = Storage::open(dir.file("src/collection.rivo2"), true, false, true);
     src->models().models() = col->models().models();
@@ -109,7 +109,6 @@ class PackageImport : public test::CollectionTest {
     return test::readFile(dir.file("media/" + name));
   }
 
-  test::SavedEnv tmpEnv{"TMPDIR"};
   std::unique_ptr<Col> src;
   Id srcId = 5000;
   std::vector<std::string> log;

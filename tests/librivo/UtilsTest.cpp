@@ -165,10 +165,8 @@ TEST(UtilsGrouping, GroupByDropsEmptyKeysAndSortsWithoutCase) {
 
 TEST(UtilsTempFiles, WritesUniqueFilesAndClearsTheFolder) {
   test::TempDir dir;
-  test::SavedEnv tmpdir("TMPDIR");
-  setenv("TMPDIR", dir.path().c_str(), 1);
-  const std::string a = tmpFileFromData(std::string_view("\0bytes", 6));
-  const std::string b = tmpFileFromJSON(Json{{"k", 1}});
+  const std::string a = tmpFileFromData(dir.path(), std::string_view("\0bytes", 6));
+  const std::string b = tmpFileFromJSON(dir.path(), Json{{"k", 1}});
   EXPECT_NE(a, b);
   EXPECT_EQ(std::filesystem::path(a).parent_path(), dir.path());
   EXPECT_EQ(std::filesystem::path(a).extension(), ".tmp");

@@ -72,7 +72,7 @@ TEST_F(Transport, RequestBodiesAreBuiltAsTheProtocolSays) {
   EXPECT_EQ(counter.received, 3);
 
   // An empty JSON object is a payload, gzipped; its temporary file goes.
-  std::string tmp = tmpFileFromData(std::string("{}"));
+  std::string tmp = tmpFileFromData(kDefaultTmpDir, std::string("{}"));
   http.reqWithMethod("meta", tmp, 6);
   EXPECT_EQ(http.waitForReqData(), "OK!");
   EXPECT_FALSE(std::filesystem::exists(tmp));
@@ -97,7 +97,7 @@ TEST_F(Transport, RequestBodiesAreBuiltAsTheProtocolSays) {
   // Above one slice: one gzip member per MiB, one after the other.
   std::string big(0x180000, '\0');
   for (size_t i = 0; i < big.size(); ++i) big[i] = static_cast<char>((i * 7919) % 251);
-  http.reqWithMethod("upload", tmpFileFromData(big), 6);
+  http.reqWithMethod("upload", tmpFileFromData(kDefaultTmpDir, big), 6);
   ASSERT_TRUE(http.waitForCompletion());
   EXPECT_EQ(dataPart(),
             gzipDeflate(big.substr(0, 0x100000), 6) + gzipDeflate(big.substr(0x100000), 6));
@@ -128,7 +128,7 @@ TEST_F(Transport, EveryStatusButOkIsAnErrorWithItsText) {
     server.respond([code](const auto&, httplib::Response& res) {
       FakeHttpServer::reply(res, code, "{\"status\": \"ok\"}");
     });
-    http.reqWithMethod("meta", tmpFileFromData(std::string("{}")));
+    http.reqWithMethod("meta", tmpFileFromData(kDefaultTmpDir, std::string("{}")));
     Error err;
     EXPECT_FALSE(http.waitForReqData(&err));
     EXPECT_EQ(err.domain, domain);
