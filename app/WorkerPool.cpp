@@ -2,14 +2,13 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace rivo {
 
-WorkerPool::WorkerPool(std::string label, unsigned threads) : _label(std::move(label)) {
-  if (threads == 0) threads = 1;
-  for (unsigned i = 0; i < threads; ++i) _threads.emplace_back([this] { _loop(); });
-}
+WorkerPool::WorkerPool(std::string label, unsigned threads)
+    : _label(std::move(label)), _maxThreads(std::max(threads, 1u)) {}
 
 WorkerPool::~WorkerPool() {
   close(true);
@@ -20,7 +19,12 @@ bool WorkerPool::async(Task task) {
   std::lock_guard lock(_m);
   if (_closed) return false;
   _tasks.push_back(std::move(task));
-  _cv.notify_one();
+  // Threads start with the first work that needs them: a command that never queues any
+  // doesn't pay for them at launch.
+  if (_tasks.size() > _idle && _threads.size() < _maxThreads)
+    _threads.emplace_back([this] { _loop(); });
+  else
+    _cv.notify_one();
   return true;
 }
 
@@ -36,6 +40,7 @@ void WorkerPool::clearPending() {
 }
 
 bool WorkerPool::isCurrent() const {
+  std::lock_guard lock(_m);
   for (const auto& thread : _threads)
     if (thread.get_id() == std::this_thread::get_id()) return true;
   return false;
@@ -66,7 +71,9 @@ void WorkerPool::_loop() {
     Task task;
     {
       std::unique_lock lock(_m);
+      ++_idle;
       _cv.wait(lock, [&] { return _closed || !_tasks.empty(); });
+      --_idle;
       if (_tasks.empty()) return;
       task = std::move(_tasks.front());
       _tasks.pop_front();

@@ -43,13 +43,16 @@ class WorkerPool {
   void _loop();
 
   std::string _label;
-  // Guards `_tasks`, `_closed` and `_running`; `_cv` wakes the pool's threads when a task
-  // arrives or the pool closes.
+  // Guards `_tasks`, `_closed`, `_running`, `_idle` and `_threads` (which grows, up to
+  // `_maxThreads`, as work arrives); `_cv` wakes the pool's threads when a task arrives or the
+  // pool closes.
   mutable std::mutex _m;
   std::condition_variable _cv;
   std::deque<Task> _tasks;
   bool _closed = false;
   unsigned _running = 0;
+  unsigned _idle = 0;  // threads waiting for a task
+  const unsigned _maxThreads;
   ErrorHandler _onError;
   std::vector<std::thread> _threads;
 };
