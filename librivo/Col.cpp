@@ -290,6 +290,8 @@ bool Col::basicCheck() {
 }
 
 std::string Col::fixIntegrity() {
+  // Opening leaves the decks as text; a damaged blob must fail the check, not pass it.
+  _decks->parseNow();
   auto ok = _db->scalar("pragma integrity_check");
   if (!ok || toText(*ok) != "ok")
     return "Your collection is corrupt. Please post on the support site for help.";

@@ -128,10 +128,6 @@ std::string DeckManager::normalizeName(std::string_view name) {
 // --- Loading and saving ---
 
 void DeckManager::loadDecks(const std::string& decksJson, const std::string& confJson) {
-  // Only the syntax is read now, which builds nothing, so a damaged blob still fails the load
-  // with the same error while the parse itself waits for the first use.
-  for (const std::string* text : {&decksJson, &confJson})
-    if (!text->empty() && !Json::accept(*text)) decodeJson(*text);
   _decksText = decksJson;
   _confText = confJson;
   _unparsed = true;
@@ -145,9 +141,12 @@ void DeckManager::loadDecks(const std::string& decksJson, const std::string& con
 
 void DeckManager::_parse() const {
   if (!_unparsed) return;
+  // A damaged blob throws at every use, never leaving empty blobs behind to be saved.
+  Json decks = decodeObject(_decksText);
+  Json conf = decodeObject(_confText);
   _unparsed = false;
-  _decks = decodeObject(_decksText);
-  _deckConf = decodeObject(_confText);
+  _decks = std::move(decks);
+  _deckConf = std::move(conf);
   std::string().swap(_decksText);
   std::string().swap(_confText);
   for (auto& [key, deck] : _decks.items()) {

@@ -52,7 +52,10 @@ class DeckManager {
 
   // --- Loading and saving ---
 
+  // Keeps the blobs as text: a damaged one throws JsonError at its first use, not here.
   void loadDecks(const std::string& decksJson, const std::string& confJson);
+  // Parses the blobs now if they are still text; throws JsonError on a damaged one.
+  void parseNow() const { _parse(); }
   // Stamps the given deck or option group with mod and usn, and marks the blobs for writing.
   void save(Json* obj = nullptr);
   void flush();
@@ -176,7 +179,7 @@ class DeckManager {
   void _roll(int64_t today) const;
 
   Col& _col;
-  // Until the first use, the blobs as loaded (their syntax checked) and the day they are to be
+  // Until the first use, the blobs as loaded and the day they are to be
   // rolled to once parsed (-1: none yet).
   mutable bool _unparsed = false;
   mutable std::string _decksText, _confText;

@@ -388,10 +388,15 @@ TEST_F(DeckManagerTest, BlobsReadAtFirstUseAreRolledToTheDayOfTheOpenAndADamaged
   EXPECT_EQ(deck(did)["revToday"], Json::array({col->sched().today(), 3}));
   EXPECT_FALSE(dm().changed());
 
+  // A damaged blob opens (a search by note id needn't read it) but fails its first use and
+  // the check, and nothing writes over it.
   col->db()->run("update col set decks = '{\"1\": {'");
   col->save();
-  col->close();
-  EXPECT_THROW(open(), JsonError);
+  reopen();
+  EXPECT_THROW(dm().all(), JsonError);
+  EXPECT_THROW(col->fixIntegrity(), JsonError);
+  col->save();
+  EXPECT_EQ(toText(*col->db()->scalar("select decks from col")), "{\"1\": {");
 }
 
 }  // namespace
