@@ -16,7 +16,7 @@ export CCACHE_NOHASHDIR := true
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all setup build build-asan test format-check run bench format clean
+.PHONY: all setup build build-asan test format-check run bench format clean torture
 
 all: build
 
@@ -64,6 +64,10 @@ format-check: setup
 
 run: build
 	./$(BUILD)/rivo $(if $(DATA),--data $(DATA))
+
+# The long kill test: a driver answering cards killed 1,000 times (`make test` kills it 200).
+torture: build
+	cd $(BUILD) && RIVO_KILLS=1000 ./librivo_tests --gtest_filter='KillTest.*'
 
 bench: build node_modules/.package-lock.json
 	./$(BUILD)/rivo_bench

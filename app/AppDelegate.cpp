@@ -21,6 +21,7 @@
 #include "app/ProfileManager.h"
 #include "app/SignalWatcher.h"
 #include "app/StudyViewController.h"
+#include "app/Timer.h"
 #include "app/Ui.h"
 #include "app/Upgrader.h"
 #include "librivo/Clock.h"
@@ -134,6 +135,8 @@ bool AppDelegate::launch(const std::string& url, const std::string& shortcutItem
   }
   // Written now, so that the welcome isn't shown again after a crash.
   _prefs->synchronize();
+  // Later changes reach the file within a second; a check of the dirty flag costs nothing.
+  Timer::schedule(_dispatch->main(), 1.0, true, [this] { _prefs->synchronize(); });
   sysLog("data folder: " + _pm->hiddenDocumentsDir());
   startTimer();
   _observers.push_back(_notifications.observe("leech", [this](const Json&) { leech(); }));

@@ -241,6 +241,7 @@ void DB::run(const std::string& sql, const Row& vars) {
 }
 
 std::vector<bool> DB::executeMany(const std::string& sql, const std::vector<Row>& rows) {
+  if (rows.empty()) return {};  // no write: neither a transaction nor `mod`
   std::vector<bool> results;
   results.reserve(rows.size());
   std::lock_guard guard(_lock);

@@ -416,7 +416,6 @@ void ModelManager::renameField(Json& model, const Json& field,
   UErrorCode status = U_ZERO_ERROR;
   UParseError where;
   std::unique_ptr<icu::RegexPattern> re(icu::RegexPattern::compile(utf16(pattern), where, status));
-  // The name's own escaping leaves some names (one with "[") unmatchable; they keep their text.
   if (U_SUCCESS(status)) {
     const icu::UnicodeString replacement =
         newName ? utf16("{{$1") + literalReplacement(*newName) + utf16("}}") : icu::UnicodeString();

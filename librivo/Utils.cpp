@@ -589,15 +589,13 @@ std::string getUniqueFilenameInFolder(const std::string& folder, const std::stri
 }
 
 std::string escapeRegexFromString(const std::string& text) {
-  std::string out = text;
-  for (char meta : std::string_view("[\\^$.|?*+(){}")) {
-    std::string next;
-    next.reserve(out.size());
-    for (char c : out) {
-      if (c == meta) next += '\\';
-      next += c;
-    }
-    out = std::move(next);
+  // One pass: escaping one character after another would escape the escapes themselves.
+  static constexpr std::string_view kMeta = "[\\^$.|?*+(){}";
+  std::string out;
+  out.reserve(text.size() * 2);
+  for (char c : text) {
+    if (kMeta.find(c) != std::string_view::npos) out += '\\';
+    out += c;
   }
   return out;
 }

@@ -15,6 +15,7 @@
 
 #include "app/AppDelegate.h"
 #include "app/AppError.h"
+#include "librivo/SaveError.h"
 #include "shell/BrowserBridge.h"
 #include "shell/WebServer.h"
 
@@ -108,7 +109,17 @@ int BrowserApp::run(const ServeCommand::Options& o) {
   _announce(url, o);
   if (o.openBrowser && hasDisplay()) _openBrowser(url);
 
-  int status = app.run();
+  int status = 0;
+  for (;;) {
+    // A save that failed is shown and the application goes on: the file kept its last
+    // committed state, and the collection in memory went back to it.
+    try {
+      status = app.run();
+      break;
+    } catch (const SaveError& e) {
+      app.showInfo(e.what());
+    }
+  }
   // Ends the streams, then the loop that requests may be waiting on, then the server.
   bridge.close();
   app.dispatch().shutdown();

@@ -123,6 +123,17 @@ TEST_F(AppDelegateTest, ASecondProcessOnTheSameDataIsRefused) {
   EXPECT_NO_THROW(app.launch());
 }
 
+TEST_F(AppDelegateTest, APreferenceReachesTheFileWithinASecond) {
+  AppDelegate app(ui, options());
+  app.launch();
+  app.prefs().setObject("kept", "probe");
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_TRUE(run(app, [&] {
+    return test::readFile(data() + "/Preferences.json").find("probe") != std::string::npos;
+  }));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
+}
+
 TEST_F(AppDelegateTest, JobsRunOneAtATimeAndEachMainBlockEndsBeforeTheNextWork) {
   AppDelegate app(ui, options());
   app.launch();

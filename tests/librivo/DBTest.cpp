@@ -114,6 +114,11 @@ TEST_F(DBTest, WrongBindCountRunsNothingAndExecuteManyGoesOnAfterAFailingRow) {
   EXPECT_FALSE(db->scalar("select v from t where id = ?").has_value());
   EXPECT_TRUE(db->list("select v from t where id = ?", {int64_t{1}, int64_t{2}}).empty());
   EXPECT_EQ(db->scalarInt("select count() from t"), 0);
+  db->commit();
+  db->mod = false;
+  EXPECT_TRUE(db->executeMany("insert into t values (?, ?)", {}).empty());
+  EXPECT_FALSE(db->mod);
+  EXPECT_FALSE(db->inTransaction());
   auto results = db->executeMany("insert into t values (?, ?)", {{int64_t{1}, std::string("a")},
                                                                  {int64_t{1}, std::string("dup")},
                                                                  {int64_t{2}},

@@ -235,6 +235,10 @@ TEST_F(ModelManagerTest, RenamingAFieldRewritesReferencesWithTheirPrefixes) {
   m["tmpls"][0]["afmt"] = "{{a.b(c)?}} {{aXb(c)}}";
   mm().renameField(m, m["flds"][1], "$1 cost");
   EXPECT_EQ(m["tmpls"][0]["afmt"], "{{$1 cost}} {{aXb(c)}}");
+  m["flds"][1]["name"] = "x[1]\\";
+  m["tmpls"][0]["afmt"] = "{{#x[1]\\}}{{x[1]\\}}{{/x[1]\\}}";
+  mm().renameField(m, m["flds"][1], "y");
+  EXPECT_EQ(m["tmpls"][0]["afmt"], "{{#y}}{{y}}{{/y}}");
 }
 
 TEST_F(ModelManagerTest, SortFieldAndFieldRemovalGuards) {
