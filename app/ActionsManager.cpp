@@ -3,10 +3,11 @@
 #include "app/AllActionsViewController.h"
 #include "app/AppDelegate.h"
 #include "app/CardStatsViewController.h"
-#include "app/DeckConfViewController.h"
+#include "app/DeckOptions.h"
 #include "app/DeckStatsViewController.h"
 #include "app/NavigationController.h"
 #include "app/ProfileManager.h"
+#include "app/RVConfigTableController.h"
 #include "app/StudyViewController.h"
 #include "librivo/Card.h"
 #include "librivo/Col.h"
@@ -406,8 +407,7 @@ void ActionsManager::studyOptions() {
     _notYet("studyOptions");
     return;
   }
-  // The daily limits stand in for the whole options table until it exists.
-  _push(std::make_shared<DeckConfViewController>(_app));
+  _push(std::make_shared<RVConfigTableController>(std::make_shared<DeckOptions>(_app)));
 }
 
 void ActionsManager::tools() {

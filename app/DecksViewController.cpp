@@ -12,6 +12,7 @@
 #include "app/Preferences.h"
 #include "app/ProfileManager.h"
 #include "app/ProfilesViewController.h"
+#include "app/SettingsViewController.h"
 #include "app/StudyViewController.h"
 #include "app/SyncFlow.h"
 #include "app/SyncViewController.h"
@@ -203,8 +204,10 @@ Screen DecksViewController::describe() {
   Screen::Button sync{"sync", "Synchronize", "sync"};
   sync.tone = _syncTone;
   s.toolbar.push_back(std::move(sync));
+  s.toolbar.push_back({"settings", "Settings", "settings"});
   s.keys.push_back({"s", "sync", "Synchronize"});
   s.keys.push_back({"t", "stats", "Statistics"});
+  s.keys.push_back({",", "settings", "Settings"});
   for (const auto& section : _loaded.visibleDecks) {
     Screen::Section out;
     for (const auto& entry : section) {
@@ -254,6 +257,10 @@ bool DecksViewController::handle(const Event& e) {
       launchStats();
       return true;
     }
+    if (e.id == "settings") {
+      navigationController()->push(std::make_shared<SettingsViewController>(_app, "Root"));
+      return true;
+    }
     if (e.id == "addExport") {
       // Shared decks join this sheet when they land; the backups move to the settings then.
       _app.ui().showActionSheet("Add/Export",
@@ -281,6 +288,10 @@ bool DecksViewController::handle(const Event& e) {
   }
   if (e.element == "key" && e.id == "stats") {
     launchStats();
+    return true;
+  }
+  if (e.element == "key" && e.id == "settings") {
+    navigationController()->push(std::make_shared<SettingsViewController>(_app, "Root"));
     return true;
   }
   if (e.element != "row" || !_entry(e.id)) return false;

@@ -829,6 +829,17 @@ std::string MediaManager::CheckResult::report() const {
   return text;
 }
 
+int MediaManager::removeUnused(const std::string& dir, const std::vector<std::string>& names,
+                               const CheckProgress& progress) {
+  int removed = 0;
+  for (size_t i = 0; i < names.size(); ++i) {
+    if (i % 20 == 0 && !progress("Deleted " + std::to_string(i) + " files...")) break;
+    std::error_code ec;
+    if (std::filesystem::remove(std::filesystem::path(dir) / names[i], ec)) ++removed;
+  }
+  return removed;
+}
+
 std::optional<MediaManager::CheckResult> MediaManager::check(const CheckProgress& progress) {
   CheckResult result;
   std::set<std::string> referenced;

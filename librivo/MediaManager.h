@@ -144,6 +144,11 @@ class MediaManager {
   using CheckProgress = std::function<bool(const std::string& text)>;
   // Also rewrites notes whose text isn't NFC, and saves them. Nothing when cancelled.
   std::optional<CheckResult> check(const CheckProgress& progress);
+  // Removes the named files of the folder `dir` straight from the disk (the next scan tells
+  // the media database), with "Deleted %d files..." at every 20th; a failed removal is
+  // skipped. Returns how many were removed before the progress asked to stop.
+  static int removeUnused(const std::string& dir, const std::vector<std::string>& names,
+                          const CheckProgress& progress);
 
   // --- Internals of the scan ---
 
