@@ -139,11 +139,14 @@ void DeckOptions::setupConfigTable(RVConfigTableController& table) {
   table.rightTitle = "Defaults";
   table.onRight = [this] { _restoreDefaults(); };
   AppDelegate& app = _app;
-  // The next card follows the changed options.
+  // The next card follows the changed options, and they are on disk before it shows.
   table.onClose = [&app] {
+    std::shared_ptr<Col> col = app.col();
+    if (!col) return;
+    col->save();
     if (StudyViewController* svc = app.svc())
       svc->reset();
-    else if (std::shared_ptr<Col> col = app.col())
+    else
       col->reset();
   };
   _buildRows();
