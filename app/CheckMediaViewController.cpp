@@ -65,16 +65,17 @@ Screen CheckMediaViewController::describe() {
     if (names.empty()) section.footer = "<none>";
     return section;
   };
-  s.sections.push_back(list(std::to_string(_result->missing.size()) +
-                                " file(s) referenced in notes but missing file:",
-                            _result->missing));
-  Screen::Section unused = list(
-      std::to_string(_result->unused.size()) + " file(s) present but not used by any notes:",
-      _result->unused);
+  s.sections.push_back(list(
+      std::to_string(_result->missing.size()) + " file(s) referenced in notes but missing file:",
+      _result->missing));
+  Screen::Section unused =
+      list(std::to_string(_result->unused.size()) + " file(s) present but not used by any notes:",
+           _result->unused);
   if (_result->haveLatex)
     unused.footer += (unused.footer.empty() ? "" : "\n") +
-                     std::string("LaTeX use found. Please use the computer version to check "
-                                 "LaTeX files.");
+                     std::string(
+                         "LaTeX use found. Please use the computer version to check "
+                         "LaTeX files.");
   s.sections.push_back(std::move(unused));
   return s;
 }

@@ -32,8 +32,9 @@ void CollectionOptions::setupConfigTable(RVConfigTableController& table) {
   order->kind = RVConfigTableRow::Kind::enumeration;
   order->title = "New/Review Order";
   order->getData = [&app] {
-    return RVConfigTableRow::EnumData{{"Mix", "Reviews first", "New first"},
-                                      static_cast<int>(jsonNumberInt(app.col()->conf()["newSpread"]))};
+    return RVConfigTableRow::EnumData{
+        {"Mix", "Reviews first", "New first"},
+        static_cast<int>(jsonNumberInt(app.col()->conf()["newSpread"]))};
   };
   order->setIdx = [&app](int idx) {
     Col& col = *app.col();

@@ -23,19 +23,19 @@ enum class Scale {
   percent,  // stored as a real factor, shown as whole percent
 };
 
-struct IntSpec {
+struct IntField {
   const char* title;
   const char* sub;  // the group's sub-object, or "" for the top level
   const char* key;
-  int element;      // index into an array value, or -1
+  int element;  // index into an array value, or -1
   int64_t lo, hi;
   Scale scale = Scale::plain;
 };
 
-Json& valueOf(Json& group, const IntSpec& spec) {
-  Json& parent = *spec.sub ? group[spec.sub] : group;
-  Json& v = parent[spec.key];
-  return spec.element >= 0 ? v[spec.element] : v;
+Json& valueOf(Json& group, const IntField& item) {
+  Json& parent = *item.sub ? group[item.sub] : group;
+  Json& v = parent[item.key];
+  return item.element >= 0 ? v[item.element] : v;
 }
 
 int64_t shown(const Json& v, Scale scale) {
@@ -89,7 +89,8 @@ std::shared_ptr<RVConfigTableRow> enumRow(const char* title, std::vector<std::st
   row->kind = RVConfigTableRow::Kind::enumeration;
   row->title = title;
   row->getData = [choices, group, sub, key] {
-    return RVConfigTableRow::EnumData{choices, static_cast<int>(jsonNumberInt((*group())[sub][key]))};
+    return RVConfigTableRow::EnumData{choices,
+                                      static_cast<int>(jsonNumberInt((*group())[sub][key]))};
   };
   row->setIdx = [group, sub, key, saved](int idx) {
     (*group())[sub][key] = idx;
@@ -179,19 +180,21 @@ void DeckOptions::_buildRows() {
   std::function<Json*()> group = [this] { return _group(); };
   std::function<void()> saved = [this] { _saveGroup(); };
 
-  auto intRow = [&](const IntSpec& spec) {
+  auto intRow = [&](const IntField& item) {
     auto row = std::make_shared<RVConfigTableRow>();
     row->kind = RVConfigTableRow::Kind::edit;
-    row->title = spec.title;
+    row->title = item.title;
     row->keyboardType = "number";
-    row->getTxt = [group, spec] { return std::to_string(shown(valueOf(*group(), spec), spec.scale)); };
+    row->getTxt = [group, item] {
+      return std::to_string(shown(valueOf(*group(), item), item.scale));
+    };
     row->txtIsValid = [](const std::string& t) {
       return RVConfigTableController::numberFromText(t).has_value();
     };
-    row->setTxt = [group, spec, saved](const std::string& t) {
+    row->setTxt = [group, item, saved](const std::string& t) {
       double n = std::trunc(*RVConfigTableController::numberFromText(t));
-      int64_t v = static_cast<int64_t>(std::clamp(n, double(spec.lo), double(spec.hi)));
-      valueOf(*group(), spec) = stored(v, spec.scale);
+      int64_t v = static_cast<int64_t>(std::clamp(n, double(item.lo), double(item.hi)));
+      valueOf(*group(), item) = stored(v, item.scale);
       saved();
     };
     return row;
@@ -233,8 +236,8 @@ void DeckOptions::_buildRows() {
   newCards.rows = {
       intRow({"Max new per day", "new", "perDay", -1, 0, 9999}),
       stepsRow("new"),
-      enumRow("Order", {"Display in random order", "Display in order added"}, group, "new",
-              "order", saved),
+      enumRow("Order", {"Display in random order", "Display in order added"}, group, "new", "order",
+              saved),
       intRow({"Graduating interval", "new", "ints", 0, 1, 365}),
       intRow({"Easy interval", "new", "ints", 1, 1, 365}),
       intRow({"Starting ease", "new", "initialFactor", -1, 130, 999, Scale::tenths}),
@@ -273,9 +276,9 @@ void DeckOptions::_buildGroupList(std::vector<std::string>& texts, int& idx) {
   std::vector<std::pair<std::string, std::string>> list;  // text, id
   for (Json* conf : dm.allConf()) {
     int64_t id = jsonInt((*conf)["id"]);
-    list.emplace_back(conf->value("name", std::string()) + " (used by " +
-                          std::to_string(used[id]) + " decks)",
-                      std::to_string(id));
+    list.emplace_back(
+        conf->value("name", std::string()) + " (used by " + std::to_string(used[id]) + " decks)",
+        std::to_string(id));
   }
   std::sort(list.begin(), list.end());
   texts.clear();
@@ -324,8 +327,8 @@ void DeckOptions::_commitOptionsGroupDelete(RVConfigTableController& detail, int
 void DeckOptions::_addOptionsGroupItem(RVConfigTableController& detail) {
   std::weak_ptr<bool> alive = _alive;
   _app.ui().askText("Add Options Group", "", {Ui::TextField{}}, "Cancel", "Done",
-                    [this, &detail, alive, shown = detail.lifeToken()](int button,
-                                                                      std::vector<std::string> texts) {
+                    [this, &detail, alive, shown = detail.lifeToken()](
+                        int button, std::vector<std::string> texts) {
                       if (button != 1 || alive.expired()) return;
                       std::string name = texts.empty() ? "" : texts[0];
                       if (name.find_first_not_of(" \t") == std::string::npos) return;

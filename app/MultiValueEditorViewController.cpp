@@ -5,9 +5,9 @@
 
 namespace rivo {
 
-std::string MultiValueEditorViewController::titleForValue(const Json& spec, const Json& value) {
-  const Json& values = spec.value("Values", Json::array());
-  const Json& titles = spec.value("Titles", Json::array());
+std::string MultiValueEditorViewController::titleForValue(const Json& item, const Json& value) {
+  const Json& values = item.value("Values", Json::array());
+  const Json& titles = item.value("Titles", Json::array());
   for (size_t i = 0; i < values.size() && i < titles.size(); ++i)
     if (values[i] == value) return titles[i].get<std::string>();
   return value.is_string() ? value.get<std::string>() : value.is_null() ? "" : value.dump();
@@ -15,10 +15,10 @@ std::string MultiValueEditorViewController::titleForValue(const Json& spec, cons
 
 Screen MultiValueEditorViewController::describe() {
   Screen s;
-  s.title = _spec.value("Title", "");
-  Json current = _owner.source().valueForKey(_spec.value("Key", ""));
-  const Json& values = _spec.value("Values", Json::array());
-  const Json& titles = _spec.value("Titles", Json::array());
+  s.title = _item.value("Title", "");
+  Json current = _owner.source().valueForKey(_item.value("Key", ""));
+  const Json& values = _item.value("Values", Json::array());
+  const Json& titles = _item.value("Titles", Json::array());
   Screen::Section section;
   for (size_t i = 0; i < values.size() && i < titles.size(); ++i) {
     Screen::Row r;
@@ -37,9 +37,9 @@ Screen MultiValueEditorViewController::describe() {
 bool MultiValueEditorViewController::handle(const Event& e) {
   if (e.element != "row" || e.kind != "select" || e.id.size() < 2 || e.id[0] != 'v') return false;
   size_t i = std::stoul(e.id.substr(1));
-  const Json& values = _spec.value("Values", Json::array());
+  const Json& values = _item.value("Values", Json::array());
   if (i >= values.size()) return false;
-  _owner.setValue(values[i], _spec.value("Key", ""));
+  _owner.setValue(values[i], _item.value("Key", ""));
   if (NavigationController* nc = navigationController()) nc->pop();
   return true;
 }

@@ -12,18 +12,18 @@ class SettingsViewController;
 class MultiValueEditorViewController : public ViewController {
  public:
   // `owner` is the page below this one on the stack, and outlives it there.
-  MultiValueEditorViewController(SettingsViewController& owner, Json spec)
-      : _owner(owner), _spec(std::move(spec)) {}
+  MultiValueEditorViewController(SettingsViewController& owner, Json item)
+      : _owner(owner), _item(std::move(item)) {}
 
   Screen describe() override;
   bool handle(const Event& event) override;
 
   // The title of the stored value, or the value as text when no title has it.
-  static std::string titleForValue(const Json& spec, const Json& value);
+  static std::string titleForValue(const Json& item, const Json& value);
 
  private:
   SettingsViewController& _owner;
-  Json _spec;
+  Json _item;
 };
 
 }  // namespace rivo

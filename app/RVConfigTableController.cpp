@@ -94,7 +94,8 @@ Screen RVConfigTableController::describe() {
           r.on = row.getVal && row.getVal();
           break;
         case Kind::enumeration: {
-          RVConfigTableRow::EnumData data = row.getData ? row.getData() : RVConfigTableRow::EnumData{};
+          RVConfigTableRow::EnumData data =
+              row.getData ? row.getData() : RVConfigTableRow::EnumData{};
           if (data.idx >= 0 && data.idx < static_cast<int>(data.choices.size()))
             r.detail = data.choices[data.idx];
           r.accessory = Screen::Accessory::push;

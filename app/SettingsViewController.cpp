@@ -19,8 +19,8 @@ namespace rivo {
 
 namespace {
 
-std::string str(const Json& spec, const char* key) {
-  return spec.contains(key) && spec[key].is_string() ? spec[key].get<std::string>() : "";
+std::string str(const Json& item, const char* key) {
+  return item.contains(key) && item[key].is_string() ? item[key].get<std::string>() : "";
 }
 
 }  // namespace
@@ -57,7 +57,7 @@ void SettingsViewController::setValue(const Json& value, const std::string& key)
   setNeedsDisplay();
 }
 
-const Json* SettingsViewController::_specForId(const std::string& id) const {
+const Json* SettingsViewController::_itemForId(const std::string& id) const {
   size_t s = 0, r = 0;
   if (std::sscanf(id.c_str(), "s%zur%zu", &s, &r) != 2) return nullptr;
   const auto& sections = _source.sections();
@@ -74,20 +74,20 @@ Screen SettingsViewController::describe() {
     if (i < _source.sectionTitles().size()) out.title = _source.sectionTitles()[i];
     if (!sections[i].is_array()) continue;  // editable arrays: no page here has one
     for (size_t j = 0; j < sections[i].size(); ++j) {
-      const Json& spec = sections[i][j];
-      std::string type = str(spec, "Type");
-      std::string key = str(spec, "Key");
+      const Json& item = sections[i][j];
+      std::string type = str(item, "Type");
+      std::string key = str(item, "Key");
       Screen::Row r;
       r.id = "s" + std::to_string(i) + "r" + std::to_string(j);
-      r.text = str(spec, "Title");
-      r.indent = static_cast<int>(jsonInt(spec.value("IndentLevel", Json(0))));
+      r.text = str(item, "Title");
+      r.indent = static_cast<int>(jsonInt(item.value("IndentLevel", Json(0))));
       if (type == "PSToggleSwitchSpecifier") {
         r.selectable = false;
         r.hasSwitch = true;
         Json v = _source.valueForKey(key);
         r.on = (v.is_boolean() && v.get<bool>()) || (v.is_number() && v.get<double>() != 0);
       } else if (type == "PSMultiValueSpecifier") {
-        r.detail = MultiValueEditorViewController::titleForValue(spec, _source.valueForKey(key));
+        r.detail = MultiValueEditorViewController::titleForValue(item, _source.valueForKey(key));
         r.accessory = Screen::Accessory::push;
       } else if (type == "PSChildPaneSpecifier") {
         r.accessory = Screen::Accessory::push;
@@ -102,9 +102,9 @@ Screen SettingsViewController::describe() {
         Json v = _source.valueForKey(key);
         r.detail = v.is_string() ? v.get<std::string>() : v.is_null() ? "" : v.dump();
       } else if (type == "Button") {
-        r.text = str(spec, "ButtonText");
+        r.text = str(item, "ButtonText");
         r.tone = "button";
-        if (str(spec, "Action") == "deauthorize") {
+        if (str(item, "Action") == "deauthorize") {
           std::string uname = _app.pm().stringForKey("uname");
           if (!uname.empty()) r.detail = "Deauth " + uname;
         }
@@ -120,11 +120,11 @@ Screen SettingsViewController::describe() {
 
 bool SettingsViewController::handle(const Event& e) {
   if (e.element != "row") return false;
-  const Json* found = _specForId(e.id);
+  const Json* found = _itemForId(e.id);
   if (!found) return false;
-  Json spec = *found;  // a reload below replaces the sections
-  std::string type = str(spec, "Type");
-  std::string key = str(spec, "Key");
+  Json item = *found;  // a reload below replaces the sections
+  std::string type = str(item, "Type");
+  std::string key = str(item, "Key");
   if (type == "PSToggleSwitchSpecifier" && e.kind == "change" && e.value.is_boolean()) {
     setValue(e.value, key);
     return true;
@@ -136,31 +136,31 @@ bool SettingsViewController::handle(const Event& e) {
   }
   if (e.kind != "select") return false;
   if (type == "Button") {
-    _performAction(str(spec, "Action"));
+    _performAction(str(item, "Action"));
     return true;
   }
   if (type == "PSMultiValueSpecifier" || type == "PSChildPaneSpecifier") {
-    _showEditor(spec);
+    _showEditor(item);
     return true;
   }
   return false;
 }
 
-void SettingsViewController::_showEditor(const Json& spec) {
+void SettingsViewController::_showEditor(const Json& item) {
   NavigationController* nc = navigationController();
   if (!nc) return;
-  if (str(spec, "Type") == "PSMultiValueSpecifier") {
-    nc->push(std::make_shared<MultiValueEditorViewController>(*this, spec));
+  if (str(item, "Type") == "PSMultiValueSpecifier") {
+    nc->push(std::make_shared<MultiValueEditorViewController>(*this, item));
     return;
   }
-  std::string file = str(spec, "File");
+  std::string file = str(item, "File");
   std::shared_ptr<ViewController> next;
   if (!file.empty())
     next = std::make_shared<SettingsViewController>(_app, file);
-  else if (std::string cls = str(spec, "ConfigDelegateClass"); !cls.empty())
+  else if (std::string cls = str(item, "ConfigDelegateClass"); !cls.empty())
     next = screenForClass(_app, cls);
   else
-    next = screenForClass(_app, str(spec, "ViewControllerClass"));
+    next = screenForClass(_app, str(item, "ViewControllerClass"));
   if (next) nc->push(std::move(next));
 }
 

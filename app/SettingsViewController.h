@@ -33,8 +33,8 @@ class SettingsViewController : public ViewController {
   static std::shared_ptr<ViewController> screenForClass(AppDelegate& app, const std::string& name);
 
  private:
-  const Json* _specForId(const std::string& id) const;
-  void _showEditor(const Json& spec);
+  const Json* _itemForId(const std::string& id) const;
+  void _showEditor(const Json& item);
   void _performAction(const std::string& action);
   void _checkDatabase();
 

@@ -169,10 +169,11 @@ TEST_F(ActionsManagerTest, TheToolsScreen) {
   EXPECT_EQ(ui.screen["badge"], "star");
   EXPECT_FLOAT_EQ(pm().floatForKey("FontScale"), 1.4f) << "stored when the screen went";
 
-  // Study Options: the deck's daily limits.
+  // Study Options: the deck's options; "Max new per day".
   send("button", "tools");
   send("row", "studyOptions", "select");
-  EXPECT_TRUE(send("row", "new", "change", "35 cards"));
+  EXPECT_EQ(ui.screen["title"], "Deck Options");
+  EXPECT_TRUE(send("row", "s1r0", "change", "35"));
   send("back");
   EXPECT_EQ(jsonInt((*col().decks().confForDid(Json(1)))["new"]["perDay"]), 35);
 

@@ -271,6 +271,15 @@ TEST_F(CommandLine, MediaCheckPrintsTheReport) {
   EXPECT_EQ(r.out,
             "1 file(s) referenced in notes but missing file:\ngone.png\n\n"
             "1 file(s) present but not used by any notes:\nspare.png\n");
+
+  // Deleting needs a terminal's yes or --yes: a script never deletes by accident.
+  r = rivo("--data " + data() + " media-check --delete-unused < /dev/null", scratch);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(std::filesystem::exists(dir.file("data/profiles/User 1/media/spare.png")));
+  r = rivo("--data " + data() + " media-check --delete-unused --yes", scratch);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("Unused files removed.\n"), std::string::npos) << r.out;
+  EXPECT_FALSE(std::filesystem::exists(dir.file("data/profiles/User 1/media/spare.png")));
 }
 
 TEST_F(Study, SearchPrintsIdsWithSortFieldsAndTakesNoSqlFromTheCommandLine) {
