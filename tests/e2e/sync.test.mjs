@@ -6,7 +6,7 @@ import assert from 'node:assert/strict';
 import { spawn, spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
-import { ARTIFACTS, RIVO, answer, expectAlert, generate, launched, noSpinner, row, screenshots, tempDir } from './rivo.mjs';
+import { ARTIFACTS, RIVO, alertBox, answer, expectAlert, generate, launched, noSpinner, row, screenshots, tempDir } from './rivo.mjs';
 
 const SYNCD = process.env.RIVO_SYNCD || path.resolve(import.meta.dirname, '../../build/rivo-syncd');
 const MESSAGE = 'The server restarts at 22:00 for maintenance.';
@@ -124,41 +124,6 @@ test('the sync button turns yellow on a local change and back after a sync', asy
   await expectSyncChanged(false);
 });
 
-test('the settings: Force Full Sync makes the next sync ask the direction, Log Out the login', async () => {
-  const settingsRow = (text) => page.locator('#content .row').filter({ has: page.locator('.row-title', { hasText: new RegExp(`^${text}$`) }) });
-  const openSyncing = async () => {
-    await page.getByRole('button', { name: 'Settings' }).click();
-    await settingsRow('Syncing').click();
-    await page.locator('#title').filter({ hasText: /^Syncing$/ }).waitFor();
-  };
-  await openSyncing();
-  await settingsRow('Log Out').filter({ hasText: 'Deauth ann' }).waitFor();
-  await settingsRow('Force Full Sync').click();
-  await expectAlert(page, 'Full Sync', 'Force a one way sync? All changes on one side will be lost.');
-  await answer(page, 'Yes');
-  await expectAlert(page, null, "Tap synchronize when you're ready to proceed.");
-  assert.equal(await page.locator('#title').innerText(), 'Decks');
-  await answer(page, 'OK');
-  await syncButton().click();
-  await fullSync('Upload to RivoWeb');
-
-  await openSyncing();
-  await settingsRow('Log Out').click();
-  await page.locator('#popup:not([hidden]) .popup-text').filter({ hasText: 'Deauthorized.' }).waitFor();
-  await settingsRow('Log Out').filter({ hasNotText: 'Deauth' }).waitFor({ timeout: 5000 }).catch(() => {});
-  await page.locator('#nav-left .back').click();
-  await page.locator('#nav-left .back').click();
-  await expectSyncChanged(false);  // plain: no account to be out of step with
-  await syncButton().click();
-  await expectAlert(page, 'Login');
-  await answer(page, 'Cancel');
-  // Back in, for the test that follows.
-  const again = await login('ann', 'secret');
-  await again.getByRole('button', { name: 'Login', exact: true }).click();
-  await expectAlert(page, null, MESSAGE);
-  await answer(page, 'OK');
-});
-
 test('a collection replaced on the server turns the button yellow; a download brings it', async () => {
   const other = tempDir();
   const env = { ...process.env, RIVO_PASSWORD: 'secret' };
@@ -177,5 +142,43 @@ test('a collection replaced on the server turns the button yellow; a download br
   await page.setViewportSize({ width: 1280, height: 800 });
   await row(page, 'Synced deck').waitFor();  // it went up before, and came back down
   await expectSyncChanged(false);
+  assert.deepEqual(page.errors, []);
+});
+
+// Last: it leaves the profile logged out.
+test('the settings: Force Full Sync makes the next sync ask the direction, Log Out the login', async () => {
+  const settingsRow = (text) => page.locator('#content .row').filter({ has: page.locator('.row-title', { hasText: new RegExp(`^${text}$`) }) });
+  const openSyncing = async () => {
+    await page.getByRole('button', { name: 'Settings' }).click();
+    await settingsRow('Syncing').click();
+    await page.locator('#title').filter({ hasText: /^Syncing$/ }).waitFor();
+  };
+  await openSyncing();
+  await settingsRow('Log Out').filter({ hasText: 'Deauth ann' }).waitFor();
+  await settingsRow('Force Full Sync').click();
+  await expectAlert(page, 'Full Sync', 'Force a one way sync? All changes on one side will be lost.');
+  await answer(page, 'Yes');
+  await expectAlert(page, null, "Tap synchronize when you're ready to proceed.");
+  assert.equal(await page.locator('#title').innerText(), 'Decks');
+  await answer(page, 'OK');
+  await syncButton().click();
+  const sheet = page.locator('#alerts .dialog.sheet');
+  await sheet.filter({ hasText: "can't be merged together" }).waitFor();
+  await sheet.getByRole('button', { name: 'Upload to RivoWeb', exact: true }).click();
+  await alertBox(page).locator('p').filter({ hasText: MESSAGE }).waitFor({ timeout: 120000 });
+  await answer(page, 'OK');
+  await page.locator('#title').filter({ hasText: /^Decks$/ }).waitFor();
+  await noSpinner(page);
+
+  await openSyncing();
+  await settingsRow('Log Out').click();
+  await page.locator('#popup:not([hidden]) .popup-text').filter({ hasText: 'Deauthorized.' }).waitFor();
+  await noSpinner(page);
+  await page.locator('#nav-left .back').click();
+  await page.locator('#nav-left .back').click();
+  await page.locator('#title').filter({ hasText: /^Decks$/ }).waitFor();
+  await expectSyncChanged(false);  // plain: no account to be out of step with
+  await syncButton().click();
+  await expectAlert(page, 'Login');
   assert.deepEqual(page.errors, []);
 });
