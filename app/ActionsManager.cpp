@@ -3,8 +3,10 @@
 #include "app/AllActionsViewController.h"
 #include "app/AppDelegate.h"
 #include "app/CardStatsViewController.h"
+#include "app/CustomStudyViewController.h"
 #include "app/DeckOptions.h"
 #include "app/DeckStatsViewController.h"
+#include "app/DynDeckViewController.h"
 #include "app/NavigationController.h"
 #include "app/ProfileManager.h"
 #include "app/RVConfigTableController.h"
@@ -200,6 +202,37 @@ void ActionsManager::_suspend() {
   _svc()->reset();
 }
 
+void ActionsManager::showStudyScreen() {
+  std::shared_ptr<StudyViewController> svc = _app.studyViewController();
+  svc->reset();
+  NavigationController* nc = _app.nc();
+  if (!nc) return;
+  if (nc->top() == svc.get()) {
+    svc->showCurrentOrNextCard();
+  } else if (svc->navigationController()) {
+    nc->popTo(svc.get());
+  } else {
+    nc->popToRoot();
+    nc->push(svc);
+  }
+}
+
+void ActionsManager::newFilteredDeck() {
+  DeckManager& dm = _app.col()->decks();
+  Json* current = dm.current();
+  std::string search;
+  if (!dm.isDyn((*current)["id"]))
+    search = "deck:\"" + current->value("name", std::string()) + "\" ";
+  Id did = dm.newDyn(nextFilteredDeckName(dm));
+  Json* deck = dm.getDeck(Json(did), false);
+  if (!search.empty()) {
+    (*deck)["terms"][0][0] = search;
+    dm.save(deck);
+  }
+  _push(std::make_shared<RVConfigTableController>(
+      std::make_shared<DynDeckViewController>(_app, did, true)));
+}
+
 std::string ActionsManager::nextFilteredDeckName(DeckManager& decks) {
   for (int i = 1;; ++i) {
     std::string name = "Filtered Deck " + std::to_string(i);
@@ -340,14 +373,12 @@ void ActionsManager::customStudy() {
     _app.showInfo("Custom study can't be used on a filtered deck.");
     return;
   }
-  // The configuration table over CustomStudy comes with the options screens.
-  _notYet("customStudy");
+  _push(
+      std::make_shared<RVConfigTableController>(std::make_shared<CustomStudyViewController>(_app)));
 }
 
 void ActionsManager::filterDeck() {
-  // The new deck, named nextFilteredDeckName(), is made when its options screen exists to
-  // show it; until then nothing is created.
-  _notYet("filterDeck");
+  newFilteredDeck();
 }
 
 void ActionsManager::empty() {
@@ -403,8 +434,8 @@ void ActionsManager::finish() {
 void ActionsManager::studyOptions() {
   Col& col = *_app.col();
   if (col.decks().isDyn(Json(col.decks().selected()))) {
-    // The filtered deck's own options screen comes with the options screens.
-    _notYet("studyOptions");
+    _push(std::make_shared<RVConfigTableController>(
+        std::make_shared<DynDeckViewController>(_app, col.decks().selected(), false)));
     return;
   }
   _push(std::make_shared<RVConfigTableController>(std::make_shared<DeckOptions>(_app)));

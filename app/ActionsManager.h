@@ -81,6 +81,12 @@ class ActionsManager {
   // True when the review screen is on top; otherwise the user is told how to use the action.
   bool _onStudyScreen();
   void popToStudyScreen();
+  // The study screen of the selected deck, reset: popped to when it is on the stack, else
+  // opened over the deck list.
+  void showStudyScreen();
+  // A new filtered deck ("Filtered Deck N"), searching the current deck unless that is a
+  // filtered one, in its options table.
+  void newFilteredDeck();
   // Adds "marked" when forced or absent, else removes it; true when the note is now marked.
   bool _markWithForceOn(bool force);
   void _bury();

@@ -11,18 +11,10 @@ void CheckMediaViewController::viewWillAppear() {
   _text = "Checking media...";
   auto result = std::make_shared<std::optional<MediaManager::CheckResult>>();
   std::weak_ptr<bool> alive = _alive;
-  auto abort = _abort;
   AppDelegate& app = _app;
   app.doWork(
       "Checking media...",
-      [&app, result, abort, alive, this] {
-        *result = app.col()->media().check([&app, abort, alive, this](const std::string& text) {
-          app.doOnMain([alive, this, text] {
-            if (!alive.expired()) _setText(text);
-          });
-          return !abort->load();
-        });
-      },
+      [&app, result, progress = _progress()] { *result = app.col()->media().check(progress); },
       [result, alive, this] {
         if (alive.expired() || !*result) return;
         _result = std::move(*result);
@@ -34,6 +26,18 @@ void CheckMediaViewController::viewWillAppear() {
 
 void CheckMediaViewController::viewWillDisappear() {
   _abort->store(true);
+}
+
+MediaManager::CheckProgress CheckMediaViewController::_progress() {
+  std::weak_ptr<bool> alive = _alive;
+  auto abort = _abort;
+  AppDelegate& app = _app;
+  return [&app, alive, abort, this](const std::string& text) {
+    app.doOnMain([alive, this, text] {
+      if (!alive.expired()) _setText(text);
+    });
+    return !abort->load();
+  };
 }
 
 void CheckMediaViewController::_setText(const std::string& text) {
@@ -95,17 +99,11 @@ void CheckMediaViewController::_deleteUnused() {
   setNeedsDisplay();
   std::vector<std::string> names = _result->unused;
   std::weak_ptr<bool> alive = _alive;
-  auto abort = _abort;
   AppDelegate& app = _app;
   app.doWork(
       "Deleting...",
-      [&app, names, abort, alive, this] {
-        MediaManager::removeUnused(app.col()->media().dir(), names, [&](const std::string& text) {
-          app.doOnMain([alive, this, text] {
-            if (!alive.expired()) _setText(text);
-          });
-          return !abort->load();
-        });
+      [&app, names, progress = _progress()] {
+        MediaManager::removeUnused(app.col()->media().dir(), names, progress);
       },
       [alive, this] {
         if (alive.expired()) return;

@@ -29,6 +29,8 @@ class CheckMediaViewController : public ViewController {
   enum class State { idle, scanning, report, deleting, done };
   // Progress texts of the job, handed to the main loop.
   void _setText(const std::string& text);
+  // Hands a job's texts to this screen while it exists; false once the screen has gone.
+  MediaManager::CheckProgress _progress();
   void _deleteUnused();
 
   AppDelegate& _app;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "app/ActionsManager.h"
 #include "app/AppDelegate.h"
 #include "app/BackupManager.h"
 #include "app/DeckStatsViewController.h"
@@ -263,14 +264,16 @@ bool DecksViewController::handle(const Event& e) {
     }
     if (e.id == "addExport") {
       // Shared decks join this sheet when they land; the backups move to the settings then.
-      _app.ui().showActionSheet("Add/Export",
-                                {kImportEntry, kExportEntry, kBackupsEntry, "Add Empty Deck"},
-                                "Cancel", [this](int index) {
-                                  if (index == 0) launchRpkgImportWithURL();
-                                  if (index == 1) launchItunesExport();
-                                  if (index == 2) launchBackups();
-                                  if (index == 3) addEmptyDeck();
-                                });
+      _app.ui().showActionSheet(
+          "Add/Export",
+          {kImportEntry, kExportEntry, kBackupsEntry, "Add Empty Deck", "Create Filtered Deck"},
+          "Cancel", [this](int index) {
+            if (index == 0) launchRpkgImportWithURL();
+            if (index == 1) launchItunesExport();
+            if (index == 2) launchBackups();
+            if (index == 3) addEmptyDeck();
+            if (index == 4) _app.acts().newFilteredDeck();
+          });
       return true;
     }
     if (e.id == "import" && e.kind == "upload") {

@@ -121,11 +121,15 @@ TEST_F(ActionsManagerTest, MarkBurySuspendAndDelete) {
 TEST_F(ActionsManagerTest, ScreensOfLaterVersionsSaySoAndFilteredDeckActions) {
   addNote("one");
   study();
-  for (const auto& [key, name] : std::map<std::string, std::string>{
-           {"add", "Add"}, {"edit", "Edit"}, {"search", "Find"}, {"filterDeck", "Filter/Cram"}}) {
+  for (const auto& [key, name] :
+       std::map<std::string, std::string>{{"add", "Add"}, {"edit", "Edit"}, {"search", "Find"}}) {
     run(key);
     EXPECT_EQ(first(), "popup:" + name + " comes with a later version of Rivo.");
   }
+  // Filter/Cram opens a new filtered deck's table, searching the current deck.
+  run("filterDeck");
+  EXPECT_EQ(ui.screen["title"], "Filtered Deck 1");
+  app->nc()->pop();
   // Card info and deck statistics open their screens over the review screen.
   run("cardInfo");
   EXPECT_EQ(ui.screen["title"], "Card Info");

@@ -132,7 +132,8 @@ TEST_F(DecksViewControllerTest, RenameAndAddRefuseWithTheirMessages) {
     ui.events.clear();
     send("button", "addExport");
     EXPECT_EQ(ui.events.at(0),
-              "sheet:Add/Export|Import File...|Export File...|Backups...|Add Empty Deck|Cancel");
+              "sheet:Add/Export|Import File...|Export File...|Backups...|Add Empty Deck|Create "
+              "Filtered Deck|Cancel");
     ui.sheetAnswers.back()(3);
     ui.type(name);
     settle();

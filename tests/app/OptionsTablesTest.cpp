@@ -3,7 +3,9 @@
 // settings pages' buttons.
 #include <ctime>
 
+#include "app/ActionsManager.h"
 #include "app/CollectionOptions.h"
+#include "app/CustomStudyViewController.h"
 #include "app/DeckOptions.h"
 #include "app/ProfileManager.h"
 #include "app/RVConfigTableController.h"
@@ -156,6 +158,39 @@ TEST_F(OptionsTablesTest, SettingsPagesChooseValuesAndLogOut) {
   send("row", "v1", "select");  // chosen: back on the page, stored at once
   EXPECT_EQ(row("s1r0")["detail"], "Blue");
   EXPECT_EQ(app->pm().stringForKey("theme7"), "blue");
+}
+
+TEST_F(OptionsTablesTest, FilteredDeckTableRefusesBadStepsAndDropsAnUnusedNewDeck) {
+  app->acts().newFilteredDeck();
+  settle();
+  EXPECT_EQ(ui.screen["title"], "Filtered Deck 1");
+  EXPECT_EQ(field("s0r0"), "deck:\"Default\" ");
+  EXPECT_EQ(ui.screen["right"][0]["title"], "Build");
+  send("row", "s1r0", "change", true);
+  type("s1r1", "1  10");  // two blanks: an empty part is no number
+  send("button", "right");
+  EXPECT_EQ(ui.events.back(), "alert:Invalid step|Steps must be numbers.");
+  ASSERT_TRUE(app->col()->decks().byName("Filtered Deck 1"));
+  send("back");  // never built: no trace left
+  EXPECT_FALSE(app->col()->decks().byName("Filtered Deck 1"));
+}
+
+TEST_F(OptionsTablesTest, CustomStudyRefusesNumbersOutOfRangeAndShowsTheEstimate) {
+  push(
+      std::make_shared<RVConfigTableController>(std::make_shared<CustomStudyViewController>(*app)));
+  EXPECT_EQ(ui.screen["sections"][1]["footer"], "0 new card(s) available.");
+  EXPECT_EQ(row("s1r0")["text"], "Extra new cards");
+  type("s1r0", "101");  // above the mode's greatest: refused
+  EXPECT_EQ(field("s1r0"), "10");
+  type("s1r0", "0");
+  EXPECT_EQ(field("s1r0"), "10");
+  type("s1r0", "25");
+  EXPECT_EQ(jsonInt((*app->col()->decks().current())["extendNew"]), 25);
+  send("row", "s0r0", "select");
+  send("row", "c7", "select");
+  send("back");
+  EXPECT_EQ(row("s1r1")["detail"], "no tags available");
+  EXPECT_EQ(ui.screen["sections"][1]["footer"], "Search matches 0 card(s).");
 }
 
 }  // namespace
