@@ -9,6 +9,7 @@
 
 #include "app/AppDelegate.h"
 #include "app/ProfileManager.h"
+#include "shell/AddCommand.h"
 #include "shell/BackupCommand.h"
 #include "shell/BackupsCommand.h"
 #include "shell/CheckCommand.h"
@@ -62,6 +63,7 @@ int CommandLine::main(int argc, char** argv, const ServeCommand::Runner& serve) 
   commands.push_back(std::make_unique<MediaCheckCommand>());
   commands.push_back(std::make_unique<StudyCommand>());
   commands.push_back(std::make_unique<FilterCommand>());
+  commands.push_back(std::make_unique<AddCommand>());
   commands.push_back(std::make_unique<SearchCommand>());
   commands.push_back(std::make_unique<ImportCommand>());
   commands.push_back(std::make_unique<SyncCommand>());

@@ -436,3 +436,58 @@ TEST_F(Study, StatsWriteAPageThatNeedsNothingElse) {
 
 }  // namespace
 }  // namespace rivo
+
+namespace rivo {
+namespace {
+
+std::string text(const std::string& path, const std::string& sql) {
+  return toText(*DB(path).scalar(sql));
+}
+
+TEST_F(Study, AddWritesOneNoteWithItsCardsAndRefusesWhatCantBeAdded) {
+  auto add = [&](const std::string& args, const std::string& input = "/dev/null") {
+    return rivo("--data " + data() + " add " + args, scratch, input);
+  };
+  const int64_t notesBefore = count("select count() from notes");
+  Result r =
+      add("--deck Spanish --tags 'verb irregular' --type 'Basic (and reversed card)' "
+          "ser 'to be'");
+  ASSERT_EQ(r.status, 0) << r.err;
+  const std::string nid = r.out.substr(0, r.out.find('\t'));
+  EXPECT_EQ(r.out, nid + "\t2\n");
+  EXPECT_EQ(count("select count() from cards where nid = " + nid +
+                  " and did = (select did from cards c, notes n where c.nid = n.id and "
+                  "n.sfld = '¿Cómo estás?')"),
+            2);
+  EXPECT_EQ(text(collection(), "select tags from notes where id = " + nid), " irregular verb ");
+
+  // Long HTML from a script; the current deck when none is named.
+  test::writeFile(scratch.file("back"), "<ul>\n<li>a</li>\n</ul>\n");
+  r = add("'Front from a script' -", scratch.file("back"));
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(text(collection(), "select flds from notes where sfld = 'Front from a script'"),
+            "Front from a script\x1f<ul>\n<li>a</li>\n</ul>");
+
+  // A duplicate is added, with a word on standard error.
+  r = add("'Capital of Peru?' Lima");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.err.find("same first field"), std::string::npos) << r.err;
+
+  const int64_t notes = count("select count() from notes");
+  EXPECT_EQ(notes, notesBefore + 3);
+  for (const auto& [args, message] : std::vector<std::pair<std::string, std::string>>{
+           {"--type Nope a b", "rivo: there is no note type named 'Nope'\n"},
+           {"--deck Nope a b", "rivo: there is no deck named 'Nope'\n"},
+           {"only-one", "rivo: 'Basic' has 2 fields (Front, Back), but 1 were given\n"},
+           {"'' back", "rivo: This note would not generate any cards.\n"},
+           {"- -", "rivo: only one field can be read from standard input (-)\n"}}) {
+    r = add(args);
+    EXPECT_EQ(r.status, 1) << args;
+    EXPECT_EQ(r.err, message) << args;
+    EXPECT_EQ(r.out, "") << args;
+  }
+  EXPECT_EQ(count("select count() from notes"), notes);
+}
+
+}  // namespace
+}  // namespace rivo
