@@ -7,9 +7,11 @@
 #include "app/DeckOptions.h"
 #include "app/DeckStatsViewController.h"
 #include "app/DynDeckViewController.h"
+#include "app/EditViewController.h"
 #include "app/NavigationController.h"
 #include "app/ProfileManager.h"
 #include "app/RVConfigTableController.h"
+#include "app/SearchViewController.h"
 #include "app/StudyViewController.h"
 #include "librivo/Card.h"
 #include "librivo/Col.h"
@@ -276,17 +278,26 @@ void ActionsManager::answerEasy() {
   _answer(4, 3);
 }
 
-// The editor (with "useOldEditor" choosing which) and the browser come with their screens.
 void ActionsManager::add() {
-  _notYet("add");
+  openEditor(nullptr);
 }
 
 void ActionsManager::edit() {
-  if (_card()) _notYet("edit");
+  if (_card()) openEditor(std::make_unique<Card>(*_app.col(), _svc()->card()->id));
+}
+
+void ActionsManager::openEditor(std::unique_ptr<Card> card) {
+  auto vc = std::make_shared<EditViewController>(_app);
+  vc->setupWithCard(std::move(card));
+  if (!vc->note()) {
+    _app.showInfo("The collection has no note type to add a note with.");
+    return;
+  }
+  _push(vc);
 }
 
 void ActionsManager::search() {
-  _notYet("search");
+  _push(std::make_shared<SearchViewController>(_app));
 }
 
 void ActionsManager::mark() {

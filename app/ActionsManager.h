@@ -15,6 +15,7 @@
 namespace rivo {
 
 class AppDelegate;
+class Card;
 class DeckManager;
 class StudyViewController;
 class ViewController;
@@ -45,6 +46,8 @@ class ActionsManager {
   void add();
   void edit();
   void search();
+  // The editor on this card, or adding when there is none. Also the search screen's rows.
+  void openEditor(std::unique_ptr<Card> card);
   void mark();
   void bury();
   void buryCard();

@@ -209,6 +209,11 @@ Screen DecksViewController::describe() {
   s.keys.push_back({"s", "sync", "Synchronize"});
   s.keys.push_back({"t", "stats", "Statistics"});
   s.keys.push_back({",", "settings", "Settings"});
+  // What the phone's home-screen shortcuts open ("add cards", "search").
+  s.toolbar.push_back({"addNote", "Add Note", "compose"});
+  s.toolbar.push_back({"search", "Search", "search"});
+  s.keys.push_back({"a", "addNote", "Add a note"});
+  s.keys.push_back({"/", "search", "Search"});
   for (const auto& section : _loaded.visibleDecks) {
     Screen::Section out;
     for (const auto& entry : section) {
@@ -243,6 +248,10 @@ bool DecksViewController::handle(const Event& e) {
   }
   if (e.element == "refresh" || (e.element == "button" && e.id == "refresh")) {
     loadDecks();
+    return true;
+  }
+  if ((e.element == "button" || e.element == "key") && (e.id == "addNote" || e.id == "search")) {
+    _app.acts().run(e.id == "addNote" ? "add" : "search");
     return true;
   }
   if (e.element == "button") {

@@ -78,7 +78,7 @@ void NavigationController::_show() {
   _modalOnTop = described.modal;
   Json screen = described.toJson();
   screen["id"] = vc.screenId();
-  if (_stack.size() > 1 && !described.modal) {
+  if (_stack.size() > 1 && !described.modal && !described.hidesBackButton) {
     // The back button names the screen it returns to, as it was last shown.
     const std::string& below = _stack[_stack.size() - 2]->_shownTitle;
     screen["back"] = below.empty() ? "Back" : below;

@@ -30,6 +30,8 @@ Json buttons(const std::vector<Screen::Button>& list) {
     if (!b.tone.empty()) j["tone"] = b.tone;
     if (!b.detail.empty()) j["detail"] = b.detail;
     if (b.selected) j["selected"] = true;
+    if (b.on) j["on"] = true;
+    if (b.imageWidth) j["imageWidth"] = b.imageWidth;
     out.push_back(std::move(j));
   }
   return out;
@@ -58,6 +60,7 @@ Json row(const Screen::Row& r) {
     j["slider"] = {{"min", r.min},     {"max", r.max},           {"step", r.step},
                    {"value", r.value}, {"decimals", r.decimals}, {"unit", r.unit}};
   if (r.hasSwitch) j["switch"] = r.on;
+  if (r.lines) j["lines"] = r.lines;
   return j;
 }
 
@@ -100,6 +103,10 @@ Json Screen::toJson() const {
   if (titleIsButton) j["titleIsButton"] = true;
   if (refreshable) j["refreshable"] = true;
   if (!emptyText.empty()) j["emptyText"] = emptyText;
+  if (search.shown)
+    j["search"] = {
+        {"text", search.text}, {"placeholder", search.placeholder}, {"focusSeq", search.focusSeq}};
+  if (hasMore) j["hasMore"] = true;
   if (navBarHidden) j["navBarHidden"] = true;
   if (modal) j["modal"] = true;
   if (progress.shown) {

@@ -29,6 +29,11 @@ struct Screen {
     std::string detail = "";
     // In a segmented control: the chosen segment.
     bool selected = false;
+    // A toolbar button that shows a state (bold at the selection) draws itself pressed.
+    bool on = false;
+    // With `accept` for images: the page scales a picture down to this width and sends it as
+    // JPEG, also one pasted into a web view of the screen.
+    int imageWidth = 0;
   };
 
   // A number beside a row's text; `tone` says which kind ("review", "new") for its colour.
@@ -99,6 +104,8 @@ struct Screen {
     // A switch beside the text; flipping it sends "change" with true or false.
     bool hasSwitch = false;
     bool on = false;
+    // More than 0: the text wraps to at most this many lines.
+    int lines = 0;
   };
 
   struct Section {
@@ -109,10 +116,23 @@ struct Screen {
 
   std::string title;
   bool titleIsButton = false;  // the title sends "title" when tapped
+  // A screen with its own way out (a "Cancel" button) has no back button.
+  bool hidesBackButton = false;
   std::vector<Button> left, right, toolbar;
   // A table, or else the web view of that id.
   std::vector<Section> sections;
   std::string webView;
+  // A search field above the table: Return sends "search" "submit" with the text, its clear
+  // button "search" "clear". A new `focusSeq` gives it the input.
+  struct SearchBar {
+    bool shown = false;
+    std::string text;
+    std::string placeholder;
+    uint64_t focusSeq = 0;
+  };
+  SearchBar search;
+  // More rows follow those sent: the page sends "more" when the user scrolls near the end.
+  bool hasMore = false;
   // Text shown in place of an empty table.
   std::string emptyText;
   // Pull to refresh (a refresh button on a desktop) sends "refresh".

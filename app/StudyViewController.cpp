@@ -11,6 +11,7 @@
 #include "app/Resources.h"
 #include "app/StudySettingsViewController.h"
 #include "app/Ui.h"
+#include "app/UrlText.h"
 #include "librivo/Card.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
@@ -42,47 +43,6 @@ bool truthy(const Json& v) {
 
 double monotonicSeconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
-std::string percentDecode(const std::string& text) {
-  std::string out;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%' && i + 2 < text.size() &&
-        std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
-        std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
-      out += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
-      i += 2;
-    } else {
-      out += text[i];
-    }
-  }
-  return out;
-}
-
-// The last component of a URL's path, decoded; query and fragment left out.
-std::string lastPathComponent(std::string url) {
-  url = url.substr(0, url.find_first_of("?#"));
-  size_t scheme = url.find("://");
-  if (scheme != std::string::npos) {
-    size_t path = url.find('/', scheme + 3);
-    url = path == std::string::npos ? "" : url.substr(path);
-  }
-  while (!url.empty() && url.back() == '/') url.pop_back();
-  return percentDecode(url.substr(url.rfind('/') + 1));
-}
-
-std::string schemeOf(const std::string& url) {
-  size_t colon = url.find(':');
-  if (colon == std::string::npos) return "";
-  std::string scheme = url.substr(0, colon);
-  for (char& c : scheme) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return scheme;
-}
-
-std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
-  for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
-    text.replace(at, from.size(), to);
-  return text;
 }
 
 }  // namespace
@@ -154,7 +114,8 @@ void StudyViewController::setupWebViewAndBeginStudy() {
   _webView->setDelegate(this);
   auto page = Resources::get("reviewer/reviewer.html");
   std::string html = page ? std::string(*page) : "<div id=qa></div>";
-  _webView->loadHTMLString(replaceAll(html, "$RES/", _app.ui().resourceBaseUrl()), _baseDir);
+  _webView->loadHTMLString(UrlText::replaceAll(html, "$RES/", _app.ui().resourceBaseUrl()),
+                           _baseDir);
 }
 
 void StudyViewController::didFinishLoad(WebView&) {
@@ -559,9 +520,9 @@ void StudyViewController::didFail(WebView&, const std::string& reason) {
 
 bool StudyViewController::shouldStartLoad(WebView&, const std::string& url,
                                           WebView::NavigationType type) {
-  const std::string scheme = schemeOf(url);
+  const std::string scheme = UrlText::schemeOf(url);
   if (scheme == "rivolog") {
-    _app.log("js: " + lastPathComponent(url));
+    _app.log("js: " + UrlText::lastPathComponent(url));
     return false;
   }
   if (scheme == "rivotap") {
@@ -577,7 +538,7 @@ bool StudyViewController::shouldStartLoad(WebView&, const std::string& url,
 }
 
 void StudyViewController::_handleLink(const std::string& url) {
-  const std::string last = lastPathComponent(url);
+  const std::string last = UrlText::lastPathComponent(url);
   if (last == "_cstudy") {
     _app.acts().run("customStudy");
     return;
@@ -586,11 +547,11 @@ void StudyViewController::_handleLink(const std::string& url) {
     _app.acts().run("unburyDeck");
     return;
   }
-  std::string link = replaceAll(replaceAll(url, _baseDir, ""), "%22", "");
-  if (schemeOf(link) == "playsound") {
+  std::string link = UrlText::replaceAll(UrlText::replaceAll(url, _baseDir, ""), "%22", "");
+  if (UrlText::schemeOf(link) == "playsound") {
     std::string name = link.substr(link.find(':') + 1);
     name.erase(0, name.find_first_not_of('/'));
-    if (_audioPlayer) _audioPlayer->playAudio(percentDecode(name));
+    if (_audioPlayer) _audioPlayer->playAudio(UrlText::percentDecode(name));
     return;
   }
   if (_openLinksExternally) _app.ui().openURL(url);

@@ -57,8 +57,8 @@ bool wellFormed(const Json& e) {
            e["seq"].is_number_unsigned() && (!e.contains("message") || isShortString(e, "message"));
   }
   if (e.contains("screen")) {
-    static const std::vector<std::string> elements = {"row",  "button", "title",   "refresh",
-                                                      "back", "key",    "segment", "field"};
+    static const std::vector<std::string> elements = {"row", "button",  "title", "refresh", "back",
+                                                      "key", "segment", "field", "search",  "more"};
     if (!isId(e, "screen") || !isShortString(e, "element", 16)) return false;
     if (std::find(elements.begin(), elements.end(), e["element"]) == elements.end()) return false;
     if (e.contains("id") && !isShortString(e, "id")) return false;

@@ -143,6 +143,16 @@ const ICONS = {
   sync: '<path d="M19 8.5A7.5 7.5 0 0 0 5.6 7.2M5 15.5a7.5 7.5 0 0 0 13.4 1.3" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round"/><path d="M19.5 3.8v4.9h-4.9M4.5 20.2v-4.9h4.9" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round" stroke-linejoin="round"/>',
   stats: '<path d="M5 20V11M10 20V5M15 20v-7M20 20V8" fill="none" stroke="currentColor" stroke-width="2.4" stroke-linecap="round"/>',
   settings: '<circle cx="12" cy="12" r="3.2" fill="none" stroke="currentColor" stroke-width="1.9"/><path d="M12 2.8v2.6M12 18.6v2.6M2.8 12h2.6M18.6 12h2.6M5.5 5.5l1.8 1.8M16.7 16.7l1.8 1.8M5.5 18.5l1.8-1.8M16.7 7.3l1.8-1.8" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linecap="round"/>',
+  bold: '<path d="M7 4.5h6a3.6 3.6 0 0 1 0 7.2H7zM7 11.7h7a3.9 3.9 0 0 1 0 7.8H7z" fill="none" stroke="currentColor" stroke-width="2.3" stroke-linejoin="round"/>',
+  italic: '<path d="M10 4.5h8M6 19.5h8M14.5 4.5l-5 15" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round"/>',
+  underline: '<path d="M7 4v7a5 5 0 0 0 10 0V4M5.5 20h13" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round"/>',
+  eraser: '<path d="M8.5 19.5h11M4.6 14.6l8.8-8.8a2 2 0 0 1 2.8 0l2.5 2.5a2 2 0 0 1 0 2.8l-7.5 7.5a3 3 0 0 1-2.1.9H7.7a2 2 0 0 1-1.4-.6l-1.7-1.7a1.8 1.8 0 0 1 0-2.6zM9 10.3l5.3 5.3" fill="none" stroke="currentColor" stroke-width="1.8" stroke-linecap="round" stroke-linejoin="round"/>',
+  cloze: '<path d="M8 5c-2 0-2.5 1-2.5 2.5v2c0 1.2-.8 2-2 2.5 1.2.5 2 1.3 2 2.5v2C5.5 18 6 19 8 19M16 5c2 0 2.5 1 2.5 2.5v2c0 1.2.8 2 2 2.5-1.2.5-2 1.3-2 2.5v2c0 1.5-.5 2.5-2.5 2.5" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linecap="round"/><circle cx="12" cy="12" r="1.4" fill="currentColor"/>',
+  image: '<rect x="3.5" y="5" width="17" height="14" rx="2.2" fill="none" stroke="currentColor" stroke-width="1.9"/><circle cx="9" cy="10" r="1.7" fill="currentColor"/><path d="M4.5 17.5l5-5 3.5 3.5 2.5-2.5 4 4" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linejoin="round"/>',
+  eye: '<path d="M2.5 12s3.5-6.5 9.5-6.5S21.5 12 21.5 12s-3.5 6.5-9.5 6.5S2.5 12 2.5 12z" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linejoin="round"/><circle cx="12" cy="12" r="3" fill="none" stroke="currentColor" stroke-width="1.9"/>',
+  code: '<path d="M8.5 7.5L4 12l4.5 4.5M15.5 7.5L20 12l-4.5 4.5M13.5 5l-3 14" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round" stroke-linejoin="round"/>',
+  compose: '<path d="M4 20h4.5L19 9.5a2.1 2.1 0 0 0-3-3L5.5 17 4 20z" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linejoin="round"/><path d="M14.5 8l3 3" stroke="currentColor" stroke-width="1.9"/>',
+  search: '<circle cx="10.5" cy="10.5" r="6" fill="none" stroke="currentColor" stroke-width="2"/><path d="M15 15l5 5" stroke="currentColor" stroke-width="2.2" stroke-linecap="round"/>',
   trash: '<path d="M5 7h14M10 7V5h4v2M7 7l1 12h8l1-12" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linecap="round" stroke-linejoin="round"/>',
 };
 function icon(name) {
@@ -172,6 +182,12 @@ function barButton(b, onClick) {
   button.append(el('span', 'label' + (b.icon ? ' optional' : ''), b.title));
   button.disabled = b.enabled === false;
   if (b.tone) button.classList.add('tone-' + b.tone);
+  if ('on' in b || b.icon === 'bold' || b.icon === 'italic' || b.icon === 'underline') {
+    button.classList.toggle('on', !!b.on);
+    button.setAttribute('aria-pressed', b.on ? 'true' : 'false');
+  }
+  // The toolbar of a page in a frame mustn't take the input from the frame's fields.
+  button.addEventListener('mousedown', (e) => { if (state.screen && state.screen.webView) e.preventDefault(); });
   button.addEventListener('click', onClick);
   return button;
 }
@@ -187,14 +203,36 @@ function toolbarButton(b) {
   input.addEventListener('change', () => {
     const file = input.files[0];
     input.value = '';
-    if (file) upload(b.id, file);
+    if (file) b.imageWidth ? uploadImage(b.id, file, b.imageWidth) : upload(b.id, file);
   });
   return [barButton(b, () => { if (!frozen()) input.click(); }), input];
 }
 
-async function upload(button, file) {
+// A picture is scaled to the screen's width for it and sent as JPEG at quality 0.7, so that a
+// huge photo never travels whole. One the browser can't read goes as a few bytes the program
+// refuses with its message.
+async function uploadImage(button, file, width) {
+  let blob;
+  try {
+    const bitmap = await createImageBitmap(file);
+    const canvas = document.createElement('canvas');
+    canvas.width = width;
+    canvas.height = Math.max(1, Math.round(bitmap.height * width / bitmap.width));
+    const ctx = canvas.getContext('2d');
+    ctx.fillStyle = '#fff';
+    ctx.fillRect(0, 0, canvas.width, canvas.height);
+    ctx.drawImage(bitmap, 0, 0, canvas.width, canvas.height);
+    bitmap.close();
+    blob = await new Promise((resolve) => canvas.toBlob(resolve, 'image/jpeg', 0.7));
+  } catch (e) {
+    blob = null;
+  }
+  upload(button, blob || new Blob(['unreadable']), 'image.jpg');
+}
+
+async function upload(button, file, name) {
   if (!state.screen || frozen()) return;
-  const query = new URLSearchParams({ screen: state.screen.id, button, name: file.name });
+  const query = new URLSearchParams({ screen: state.screen.id, button, name: name || file.name });
   try {
     // The body is the file itself, streamed by the browser; progress comes back as the spinner.
     await fetch('/upload?' + query, {
@@ -254,6 +292,7 @@ function setScreen(screen) {
   }
   renderToolbar(screen);
 
+  renderSearchBar(screen, sameScreen);
   const content = $('content');
   document.body.classList.toggle('web-mode', !!screen.webView);
   if (screen.webView) {
@@ -272,6 +311,52 @@ function setScreen(screen) {
   }
 }
 
+// The search field stays the same element while its screen is shown, so typing in it is never
+// interrupted by a new description (more rows arriving).
+let searchSeen = 0;
+function renderSearchBar(screen, sameScreen) {
+  const bar = $('searchbar');
+  const input = $('search-input');
+  bar.hidden = !screen.search;
+  if (!screen.search) return;
+  if (!sameScreen || document.activeElement !== input) input.value = screen.search.text;
+  input.placeholder = screen.search.placeholder || 'Search';
+  input.setAttribute('aria-label', screen.search.placeholder || 'Search');
+  if (!sameScreen) searchSeen = 0;
+  if (screen.search.focusSeq > searchSeen) {
+    searchSeen = screen.search.focusSeq;
+    input.focus({ preventScroll: true });
+    input.setSelectionRange(input.value.length, input.value.length);
+  }
+}
+$('searchbar').addEventListener('submit', (e) => {
+  e.preventDefault();
+  sendScreen('search', undefined, 'submit', $('search-input').value);
+});
+$('search-input').addEventListener('keydown', (e) => {
+  if (e.key === 'Escape' && $('search-input').value) {
+    e.preventDefault();
+    e.stopPropagation();
+    $('search-input').value = '';
+    sendScreen('search', undefined, 'clear');
+  } else if (e.key === 'Escape') {
+    $('search-input').blur();
+  } else if (e.key === 'ArrowDown') {
+    const first = $('content').querySelector('.row');
+    if (first) { first.focus(); e.preventDefault(); }
+  }
+});
+$('search-clear').addEventListener('click', () => {
+  $('search-input').value = '';
+  sendScreen('search', undefined, 'clear');
+  $('search-input').focus();
+});
+
+// More rows are asked for when the end of the list comes near; one request at a time.
+const moreWatch = new IntersectionObserver((entries) => {
+  if (entries.some((e) => e.isIntersecting) && state.screen && state.screen.hasMore) sendScreen('more');
+}, { rootMargin: '600px 0px' });
+
 function renderTable(screen) {
   const out = [];
   const sections = screen.sections || [];
@@ -287,6 +372,14 @@ function renderTable(screen) {
     if (section.rows.length) group.append(list);
     if (section.footer) group.append(el('p', 'group-footer', section.footer));
     out.push(group);
+  }
+  if (screen.hasMore) {
+    const more = el('div', 'more-rows', 'Loading\u2026');
+    moreWatch.disconnect();
+    requestAnimationFrame(() => moreWatch.observe(more));
+    out.push(more);
+  } else {
+    moreWatch.disconnect();
   }
   return out;
 }
@@ -338,7 +431,9 @@ function renderRow(row, tree) {
     li.append(el('span', 'toggle-space'));
   }
   const text = el('span', 'row-text');
-  text.append(el('span', 'row-title', row.text));
+  const title = el('span', 'row-title', row.text);
+  if (row.lines) { title.classList.add('clamp'); title.style.setProperty('--lines', row.lines); }
+  text.append(title);
   if (row.detail && !row.slider) text.append(el('span', 'row-detail', row.detail));
   li.append(text);
   if (row.counts) {
@@ -505,6 +600,7 @@ document.addEventListener('keydown', (e) => {
   if (frozen()) { e.preventDefault(); e.stopPropagation(); return; }
   if (state.alerts.length) return;  // the open alert has the keyboard
   if (e.target.closest && e.target.closest('input, textarea')) return;
+  if ((e.ctrlKey || e.metaKey) && e.key === 'Enter' && screenKey('Control+Enter')) { e.preventDefault(); return; }
   if (!e.ctrlKey && !e.metaKey && !e.altKey) {
     if (screenKey(e.key)) { e.preventDefault(); return; }
     if (e.key === '?') { toggleKeysHelp(); e.preventDefault(); return; }
@@ -811,7 +907,7 @@ window.addEventListener('message', (e) => {
       break;
     }
     case 'navigate':
-      if (short(m.url, 8192)) postInOrder({ web, kind: 'navigate', url: m.url, navigation: m.navigation === 'link' ? 'link' : 'other' });
+      if (short(m.url, 65536)) postInOrder({ web, kind: 'navigate', url: m.url, navigation: m.navigation === 'link' ? 'link' : 'other' });
       break;
     case 'gesture': {
       const g = m.gesture || {};
@@ -823,6 +919,12 @@ window.addEventListener('message', (e) => {
     case 'key':
       if (short(m.key)) frameKey(m.key);
       break;
+    case 'image': {
+      // A picture pasted or dropped into a frame goes where the screen's image button sends.
+      const b = ((state.screen && state.screen.toolbar) || []).find((t) => t.imageWidth);
+      if (b && m.file instanceof Blob && !frozen()) uploadImage(b.id, m.file, b.imageWidth);
+      break;
+    }
   }
 });
 
