@@ -39,8 +39,10 @@ class FakeWebView : public WebView {
   }
   std::string evaluateJavaScript(const std::string& script) override {
     scripts.push_back(script);
-    return "";
+    return answer ? answer(script) : "";
   }
+  // The page's answer to a script; none by default.
+  std::function<std::string(const std::string&)> answer;
   std::string id() const override { return "w1"; }
   std::string loaded, baseUrl;
   std::vector<std::string> scripts;
