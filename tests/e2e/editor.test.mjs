@@ -135,6 +135,7 @@ test('Basic, reversed and cloze notes added in the editor land with their cards 
 test('editing fields and tags shows on the review screen; bold and HTML mode round-trip; cancel drops', async () => {
   const { data, page, stop } = await start({ notes: [['Capital of Peru?', 'Lima']], prefs: { showQuickbar: true } });
   await row(page, 'Default').click();
+  await page.frameLocator('iframe.web-view').locator('#qa').filter({ hasText: 'Capital of Peru?' }).waitFor();
   await page.locator('#title .segment').filter({ hasText: 'Edit' }).click();
   await page.locator('#title-button').filter({ hasText: 'Edit' }).waitFor();
   assert.equal(await editor(page).locator('#choosers').isHidden(), true);
