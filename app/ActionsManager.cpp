@@ -2,6 +2,7 @@
 
 #include "app/AllActionsViewController.h"
 #include "app/AppDelegate.h"
+#include "app/CardEditViewController.h"
 #include "app/CardStatsViewController.h"
 #include "app/CustomStudyViewController.h"
 #include "app/DeckOptions.h"
@@ -287,6 +288,13 @@ void ActionsManager::edit() {
 }
 
 void ActionsManager::openEditor(std::unique_ptr<Card> card) {
+  if (_app.pm().boolForKey("useOldEditor")) {
+    auto old = std::make_shared<CardEditViewController>(_app);
+    old->setupWithCard(std::move(card));
+    if (old->note()) return _push(old);
+    _app.showInfo("The collection has no note type to add a note with.");
+    return;
+  }
   auto vc = std::make_shared<EditViewController>(_app);
   vc->setupWithCard(std::move(card));
   if (!vc->note()) {

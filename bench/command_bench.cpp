@@ -1,9 +1,6 @@
 // A command as a whole process on the generated collection: `rivo search`, from launch to
 // exit, against the sqlite3 program running the same query on the same file.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -11,14 +8,13 @@
 #include <vector>
 
 #include "bench/GeneratedCollection.h"
+#include "bench/QuietProcess.h"
 #include "bench/SqlRecorder.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/Scheduler.h"
 #include "librivo/Storage.h"
 #include "librivo/Utils.h"
-
-extern char** environ;
 
 namespace {
 
@@ -63,21 +59,8 @@ struct SearchData {
   }
 };
 
-// Runs a program with its output thrown away; false when it didn't exit with 0.
 bool run(const std::vector<std::string>& args) {
-  std::vector<char*> argv;
-  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  pid_t pid = 0;
-  const int rc = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  int status = 0;
-  return rc == 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status) &&
-         WEXITSTATUS(status) == 0;
+  return rivo::bench::QuietProcess::run(args);
 }
 
 void BM_SearchCommand(benchmark::State& state) {

@@ -3,10 +3,7 @@
 // `rivo add` as a whole process, from launch to exit, against the sqlite3 program running the
 // statements of the same addition.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <spawn.h>
 #include <sqlite3.h>
-#include <sys/wait.h>
 
 #include <chrono>
 #include <filesystem>
@@ -21,6 +18,7 @@
 #include "app/NavigationController.h"
 #include "bench/GeneratedCollection.h"
 #include "bench/LaunchedApp.h"
+#include "bench/QuietProcess.h"
 #include "bench/SqlRecorder.h"
 #include "librivo/Card.h"
 #include "librivo/Col.h"
@@ -29,8 +27,6 @@
 #include "librivo/Storage.h"
 #include "librivo/TagManager.h"
 #include "shell/BrowserBridge.h"
-
-extern char** environ;
 
 namespace {
 
@@ -108,21 +104,8 @@ void BM_EditorOpenOnACardBareSql(benchmark::State& state) {
 }
 BENCHMARK(BM_EditorOpenOnACardBareSql)->Unit(benchmark::kMillisecond);
 
-// Runs a program with its output thrown away; false when it didn't exit with 0.
 bool run(const std::vector<std::string>& args) {
-  std::vector<char*> argv;
-  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  pid_t pid = 0;
-  const int rc = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  int status = 0;
-  return rc == 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status) &&
-         WEXITSTATUS(status) == 0;
+  return rivo::bench::QuietProcess::run(args);
 }
 
 const std::string& addData() {

@@ -446,12 +446,23 @@ function renderRow(row, tree) {
     li.append(counts);
   }
   if ('field' in row) {
-    const input = el('input', 'row-field');
+    // "text" is a plain text area of several lines, which Return doesn't leave.
+    const multiline = row.keyboard === 'text';
+    const input = el(multiline ? 'textarea' : 'input', 'row-field' + (multiline ? ' multiline' : ''));
     input.value = row.field;
     input.setAttribute('aria-label', row.text);
+    if (multiline) { li.classList.add('has-area'); input.rows = 2; }
     if (row.keyboard === 'number') { input.inputMode = 'numeric'; input.pattern = '[0-9]*'; }
-    input.addEventListener('change', () => post({ screen: state.screen.id, element: 'row', id: row.id, kind: 'change', value: input.value }));
-    input.addEventListener('keydown', (e) => { if (e.key === 'Enter') input.blur(); e.stopPropagation(); });
+    input.addEventListener('change', () => postInOrder({ screen: state.screen.id, element: 'row', id: row.id, kind: 'change', value: input.value }));
+    input.addEventListener('keydown', (e) => {
+      if ((e.ctrlKey || e.metaKey) && e.key === 'Enter') {
+        input.blur();
+        if (screenKey('Control+Enter')) e.preventDefault();
+      } else if (e.key === 'Enter' && !multiline) {
+        input.blur();
+      }
+      e.stopPropagation();
+    });
     li.append(input);
   }
   if (row.slider) li.append(renderSlider(row));

@@ -147,6 +147,32 @@ TEST_F(EditFixture, EditingSavesOnlyOnSaveClozeNumbersGoPastTheHighestAndTypesKe
   EXPECT_EQ(ui.screen["toolbar"].size(), 7u);  // no cloze button for a standard type
 }
 
+TEST_F(EditFixture, TheOldEditorRefusesAnEmptyFirstFieldAndKeepsTagsAndDeckOnTheType) {
+  pm().setObject(true, "useOldEditor");
+  const Id deck = col().decks().getID("Geo");
+  col().decks().select(Json(deck));
+  app->acts().add();
+  settle();
+  EXPECT_EQ(rowIds(), (std::vector<std::string>{"type", "deck", "f0", "f1", "tags"}));
+  EXPECT_EQ(row("deck")["detail"], "Geo");
+  send("row", "f1", "change", "line one\nline two");
+  send("row", "tags", "change", "b a b ");
+  send("key", "save");
+  EXPECT_NE(std::find(ui.events.begin(), ui.events.end(),
+                      "alert:Cannot save note|The first field is empty."),
+            ui.events.end());
+  EXPECT_EQ(notes(), 0);
+  send("row", "f0", "change", "Front");
+  send("button", "save");
+  EXPECT_EQ(col().db()->scalarInt("select count() from cards where did = ?", {deck}), 1);
+  Note added(col(), col().db()->scalarInt("select id from notes"));
+  EXPECT_EQ(added.fields[1], "line one<br>line two");
+  EXPECT_EQ(added.tags, (std::vector<std::string>{"a", "b"}));
+  // The next note starts empty, with the tags of the last.
+  EXPECT_EQ(row("f0")["field"], "");
+  EXPECT_EQ(row("tags")["field"], "a b");
+}
+
 TEST_F(EditFixture, TheSearchScreenPagesItsRowsAndRunsAgainOnReturn) {
   for (int i = 0; i < 150; ++i) addNote("q" + std::to_string(i), "a");
   col().models().setCurrent(*col().models().byName("Basic (and reversed card)"));

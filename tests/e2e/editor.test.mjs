@@ -253,3 +253,18 @@ test('pictures go to the media folder and the preview; bad files and HTML are re
   assert.equal(sql(data, "select substr(flds, instr(flds, char(31)) + 1) from notes where flds like 'A flag%'"),
     'x<style>body{display:none}</style><img src=nope onerror="document.body.remove()">');
 });
+
+test('the older editor, chosen in the preferences, adds from plain text areas', async () => {
+  const { data, page, stop } = await start({ prefs: { useOldEditor: true } });
+  await toolbar(page, 'addNote').click();
+  await page.locator('#title').filter({ hasText: 'Add' }).waitFor();
+  await row(page, 'f0').locator('textarea').fill('Two\nlines');
+  await row(page, 'f1').locator('textarea').fill('Back');
+  await row(page, 'tags').locator('input').fill('old');
+  await screenshots(page, 'editor-old');
+  await page.locator('#nav-right [data-button="save"]').click();
+  await page.waitForFunction(() => document.querySelector('.row[data-id="f0"] textarea').value === '');
+  assert.deepEqual(page.errors, []);
+  await stop();
+  assert.equal(sql(data, 'select flds || tags from notes'), 'Two<br>lines\x1fBack old');
+});
