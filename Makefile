@@ -7,7 +7,7 @@ JOBS       ?= $(shell nproc)
 DEB_PACKAGES := build-essential cmake ninja-build pkg-config clang-format ccache \
   libsqlite3-dev zlib1g-dev libminizip-dev libicu-dev nlohmann-json3-dev libssl-dev \
   libcurl4-openssl-dev libcpp-httplib-dev libcli11-dev libjs-jquery libghc-js-flot-data \
-  libgtest-dev libgmock-dev libbenchmark-dev libdtl-dev sqlite3 chromium
+  libgtest-dev libgmock-dev libbenchmark-dev libdtl-dev sqlite3 chromium ffmpeg
 
 # ccache shares compiled objects between builds and checkouts: paths are hashed
 # relative to the checkout, so two worktrees of the project reuse each other's work.

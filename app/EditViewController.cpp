@@ -8,9 +8,11 @@
 #include "app/ActionsManager.h"
 #include "app/AppDelegate.h"
 #include "app/DeckAndNoteTypeSelector.h"
+#include "app/HTMLAudioPlayer.h"
 #include "app/NavigationController.h"
 #include "app/PreviewController.h"
 #include "app/ProfileManager.h"
+#include "app/RecordingConverter.h"
 #include "app/Resources.h"
 #include "app/StudyViewController.h"
 #include "app/Ui.h"
@@ -304,6 +306,9 @@ Screen EditViewController::describe() {
   s.toolbar.push_back(button("underline", "Underline", "underline", editing, _underlineOn));
   s.toolbar.push_back(button("removeFormat", "Remove Formatting", "eraser", _textSelected));
   if (_isCloze()) s.toolbar.push_back(button("cloze", "Cloze", "cloze", editing));
+  Screen::Button rec = button("record", "Record", "mic", editing);
+  rec.recordSeconds = RecordingConverter::kMaxSeconds;
+  s.toolbar.push_back(rec);
   Screen::Button image = button("image", "Image", "image", editing);
   image.accept = "image/*";
   image.imageWidth = kImageWidth;
@@ -330,8 +335,18 @@ bool EditViewController::handle(const Event& e) {
   }
   if (e.element != "button") return false;
   if (e.kind == "upload") {
-    if (e.id != "image" || !e.value.is_object() || !e.value.contains("path")) return false;
-    addPickedImage(jsonText(e.value, "path"));
+    if (!e.value.is_object() || !e.value.contains("path")) return false;
+    if (e.id == "image")
+      addPickedImage(jsonText(e.value, "path"));
+    else if (e.id == "record")
+      saveRecordingToMediaAndPlay(jsonText(e.value, "path"));
+    else
+      return false;
+    return true;
+  }
+  if (e.id == "record" && e.kind == "failed") {
+    recordingFailed(e.value.is_object() && e.value.contains("reason") ? jsonText(e.value, "reason")
+                                                                      : "");
     return true;
   }
   if (e.id == "cancel") {
@@ -342,6 +357,8 @@ bool EditViewController::handle(const Event& e) {
     setFormat(e.id);
   } else if (e.id == "cloze") {
     cloze();
+  } else if (e.id == "record") {
+    record();
   } else if (e.id == "preview") {
     preview();
   } else if (e.id == "html") {
@@ -547,12 +564,7 @@ void EditViewController::addPickedImage(const std::string& path) {
         "store. Try another file.");
     return;
   }
-  // A name of our own: whatever the browser called the file never reaches the media folder.
-  fs::path named = fs::path(path).parent_path() / ("image-" + std::to_string(intTime(1000)));
-  for (int i = 1; fs::exists(named.string() + ".jpg", ec); ++i)
-    named = fs::path(path).parent_path() /
-            ("image-" + std::to_string(intTime(1000)) + "-" + std::to_string(i));
-  const std::string jpg = named.string() + ".jpg";
+  const std::string jpg = _ownName(fs::path(path).parent_path(), "image", "jpg");
   fs::rename(path, jpg, ec);
   const std::string name = ec ? std::string() : _col().media().addFile(jpg);
   fs::remove(ec ? path : jpg, ec);
@@ -561,6 +573,87 @@ void EditViewController::addPickedImage(const std::string& path) {
     return;
   }
   _insertHTML("<img src=\"" + htmlAttribute(name) + "\">");
+}
+
+std::string EditViewController::_ownName(const std::string& folder, const std::string& prefix,
+                                         const std::string& ext) {
+  const std::string stem = prefix + "-" + std::to_string(intTime(1000));
+  std::error_code ec;
+  fs::path named = fs::path(folder) / (stem + "." + ext);
+  for (int i = 1; fs::exists(named, ec); ++i)
+    named = fs::path(folder) / (stem + "-" + std::to_string(i) + "." + ext);
+  return named.string();
+}
+
+// Recordings.
+
+void EditViewController::record() {
+  _js("rivo.saveSelection();");
+  if (_audioPlayer) _audioPlayer->stop();
+}
+
+void EditViewController::recordingFailed(const std::string& reason) {
+  if (reason == "denied")
+    _app.showInfo(
+        "Please go to your browser's site settings, and allow Rivo to access the microphone.");
+  else if (reason == "absent")
+    _app.showInfo("No microphone was found. Connect one, then try again.");
+  else if (reason == "insecure")
+    _app.showInfo(
+        "The browser lets pages use the microphone only over a secure connection. Open Rivo on "
+        "this machine (http://127.0.0.1) or over https to record.");
+  else
+    _app.showInfo("Error initializing recorder.");
+}
+
+void EditViewController::saveRecordingToMediaAndPlay(const std::string& path) {
+  std::error_code ec;
+  const auto size = fs::file_size(path, ec);
+  if (ec || size == 0 || size > static_cast<uintmax_t>(kMaxRecordingBytes)) {
+    fs::remove(path, ec);
+    _app.showInfo("That recording can't be added: it is empty or larger than " +
+                  std::to_string(kMaxRecordingBytes >> 20) + " MB.");
+    return;
+  }
+  const std::string m4a = _ownName(fs::path(path).parent_path(), "rec", "m4a");
+  auto error = std::make_shared<std::string>();
+  _app.doWork(
+      "Saving recording...",
+      [path, m4a, error] {
+        *error = RecordingConverter::toM4a(path, m4a);
+        std::error_code ec;
+        fs::remove(path, ec);
+      },
+      [this, m4a, error] {
+        const std::string name = error->empty() ? _col().media().addFile(m4a) : std::string();
+        std::error_code ec;
+        fs::remove(m4a, ec);
+        if (name.empty()) {
+          _app.showInfo(
+              "The recording couldn't be saved: " +
+              (error->empty() ? std::string("the media folder can't be written.") : *error));
+          return;
+        }
+        _insertHTML("[sound:" + name + "]");
+        if (!_audioPlayer) {
+          _audioPlayer = _app.ui().makeAudioPlayer();
+          if (_audioPlayer) _audioPlayer->setDelegate(this);
+        }
+        if (_audioPlayer)
+          _audioPlayer->play(_app.ui().baseUrlForFolder(_app.pm().mediaFolder()) +
+                                 HTMLAudioPlayer::percentEncode(name),
+                             true);
+      });
+}
+
+void EditViewController::audioPlayerDidFinishPlaying(AudioPlayer&, bool) {}
+
+void EditViewController::audioPlayerDidFail(AudioPlayer&, const std::string& error) {
+  _app.showInfo("Error playing recording: " + error);
+}
+
+void EditViewController::audioPlayerDecodeErrorDidOccur(AudioPlayer&, const std::string& error) {
+  _app.showInfo("Error playing recording: " + error);
 }
 
 // Deck and note type.

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "app/AudioPlayer.h"
 #include "app/ViewController.h"
 #include "app/WebView.h"
 
@@ -24,11 +25,15 @@ class Card;
 class Col;
 class Note;
 
-class EditViewController : public ViewController, private WebView::Delegate {
+class EditViewController : public ViewController,
+                           private WebView::Delegate,
+                           private AudioPlayer::Delegate {
  public:
   // What `addPickedImage` accepts; the page scales images down to kImageWidth before sending.
   static constexpr int kImageWidth = 1024;
   static constexpr int64_t kMaxImageBytes = 8 * 1024 * 1024;
+  // The most a recording from the page may weigh before it is converted.
+  static constexpr int64_t kMaxRecordingBytes = 64 * 1024 * 1024;
 
   explicit EditViewController(AppDelegate& app);
   ~EditViewController() override;
@@ -59,6 +64,14 @@ class EditViewController : public ViewController, private WebView::Delegate {
   void editTools();
   // A picked or pasted image, stored by the page's upload at `path` (removed here).
   void addPickedImage(const std::string& path);
+  // The record button: keeps the place in the text and stops what plays; the page records.
+  void record();
+  // The page's recording, stored by its upload at `path` (removed here): converted to .m4a
+  // in a job, added to the media folder, referenced with a sound tag at the kept place, and
+  // played once.
+  void saveRecordingToMediaAndPlay(const std::string& path);
+  // The page couldn't record; `reason` as the record button reports it.
+  void recordingFailed(const std::string& reason);
 
   // Deck and note type, as the selector sets them when adding.
   void changeNoteType();
@@ -85,6 +98,10 @@ class EditViewController : public ViewController, private WebView::Delegate {
   void didFinishLoad(WebView& view) override;
   bool shouldStartLoad(WebView& view, const std::string& url,
                        WebView::NavigationType type) override;
+  // AudioPlayer::Delegate
+  void audioPlayerDidFinishPlaying(AudioPlayer& player, bool successfully) override;
+  void audioPlayerDidFail(AudioPlayer& player, const std::string& error) override;
+  void audioPlayerDecodeErrorDidOccur(AudioPlayer& player, const std::string& error) override;
 
   Col& _col() const;
   void _js(const std::string& script);
@@ -96,6 +113,10 @@ class EditViewController : public ViewController, private WebView::Delegate {
   void _checkDuplicate();
   bool _isCloze() const;
   void _insertHTML(const std::string& html);
+  // A free path of our own in `folder`, "PREFIX-MS.EXT": whatever the browser called an
+  // upload never reaches the media folder.
+  static std::string _ownName(const std::string& folder, const std::string& prefix,
+                              const std::string& ext);
   // When adding: the deck and note type still exist (another tab may have deleted them).
   bool _targetsExist();
   void _suspend(bool note, bool on);
@@ -109,6 +130,8 @@ class EditViewController : public ViewController, private WebView::Delegate {
   std::shared_ptr<Note> _note;
   bool _adding = true;
   std::unique_ptr<WebView> _web;
+  // Plays a recording once it is stored.
+  std::unique_ptr<AudioPlayer> _audioPlayer;
   bool _wysiwygMode = true;
   bool _boldOn = false;
   bool _italicsOn = false;

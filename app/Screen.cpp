@@ -32,6 +32,7 @@ Json buttons(const std::vector<Screen::Button>& list) {
     if (b.selected) j["selected"] = true;
     if (b.on) j["on"] = true;
     if (b.imageWidth) j["imageWidth"] = b.imageWidth;
+    if (b.recordSeconds) j["recordSeconds"] = b.recordSeconds;
     out.push_back(std::move(j));
   }
   return out;

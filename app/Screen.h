@@ -34,6 +34,10 @@ struct Screen {
     // With `accept` for images: the page scales a picture down to this width and sends it as
     // JPEG, also one pasted into a web view of the screen.
     int imageWidth = 0;
+    // Not zero: the button records from the microphone, for at most this many seconds. The
+    // screen gets the event "button" first, then the recording as the event "upload" (see
+    // `accept`), or "failed" with {"reason": "denied", "absent", "insecure" or "failed"}.
+    int recordSeconds = 0;
   };
 
   // A number beside a row's text; `tone` says which kind ("review", "new") for its colour.

@@ -149,6 +149,7 @@ const ICONS = {
   eraser: '<path d="M8.5 19.5h11M4.6 14.6l8.8-8.8a2 2 0 0 1 2.8 0l2.5 2.5a2 2 0 0 1 0 2.8l-7.5 7.5a3 3 0 0 1-2.1.9H7.7a2 2 0 0 1-1.4-.6l-1.7-1.7a1.8 1.8 0 0 1 0-2.6zM9 10.3l5.3 5.3" fill="none" stroke="currentColor" stroke-width="1.8" stroke-linecap="round" stroke-linejoin="round"/>',
   cloze: '<path d="M8 5c-2 0-2.5 1-2.5 2.5v2c0 1.2-.8 2-2 2.5 1.2.5 2 1.3 2 2.5v2C5.5 18 6 19 8 19M16 5c2 0 2.5 1 2.5 2.5v2c0 1.2.8 2 2 2.5-1.2.5-2 1.3-2 2.5v2c0 1.5-.5 2.5-2.5 2.5" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linecap="round"/><circle cx="12" cy="12" r="1.4" fill="currentColor"/>',
   image: '<rect x="3.5" y="5" width="17" height="14" rx="2.2" fill="none" stroke="currentColor" stroke-width="1.9"/><circle cx="9" cy="10" r="1.7" fill="currentColor"/><path d="M4.5 17.5l5-5 3.5 3.5 2.5-2.5 4 4" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linejoin="round"/>',
+  mic: '<rect x="9" y="3.5" width="6" height="11" rx="3" fill="none" stroke="currentColor" stroke-width="1.9"/><path d="M6 11.5a6 6 0 0 0 12 0M12 17.5V20.5M9 20.5h6" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linecap="round"/>',
   eye: '<path d="M2.5 12s3.5-6.5 9.5-6.5S21.5 12 21.5 12s-3.5 6.5-9.5 6.5S2.5 12 2.5 12z" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linejoin="round"/><circle cx="12" cy="12" r="3" fill="none" stroke="currentColor" stroke-width="1.9"/>',
   code: '<path d="M8.5 7.5L4 12l4.5 4.5M15.5 7.5L20 12l-4.5 4.5M13.5 5l-3 14" fill="none" stroke="currentColor" stroke-width="2" stroke-linecap="round" stroke-linejoin="round"/>',
   compose: '<path d="M4 20h4.5L19 9.5a2.1 2.1 0 0 0-3-3L5.5 17 4 20z" fill="none" stroke="currentColor" stroke-width="1.9" stroke-linejoin="round"/><path d="M14.5 8l3 3" stroke="currentColor" stroke-width="1.9"/>',
@@ -194,6 +195,7 @@ function barButton(b, onClick) {
 
 // A button with `accept` chooses a file and sends it; the program hands it to the screen.
 function toolbarButton(b) {
+  if (b.recordSeconds) return [barButton(b, () => startRecording(b))];
   if (!b.accept) return [barButton(b, () => sendScreen('button', b.id))];
   const input = el('input');
   input.type = 'file';
@@ -244,6 +246,136 @@ async function upload(button, file, name) {
   } catch (e) {
     // The program tells every tab what went wrong, if it heard of the upload at all.
   }
+}
+
+// --- Recording ---
+
+// A button with `recordSeconds` records from the microphone here, in the tab, and sends the
+// recording whole once the user finishes, as an upload on the button; the program converts
+// and stores it. A refusal or a missing microphone goes to the program as "failed" with the
+// reason, and it says what to do. Only one recording at a time.
+let recording = null;
+
+async function startRecording(b) {
+  if (recording || frozen() || !state.screen) return;
+  recording = { button: b.id };
+  // The screen first keeps the place in the text and stops what plays.
+  await sendScreen('button', b.id);
+  const fail = (reason) => {
+    recording = null;
+    sendScreen('button', b.id, 'failed', { reason });
+  };
+  const media = navigator.mediaDevices;
+  if (!window.isSecureContext) return fail('insecure');
+  if (!media || !media.getUserMedia || typeof MediaRecorder === 'undefined') return fail('absent');
+  let stream;
+  try {
+    stream = await media.getUserMedia({ audio: { channelCount: 1, echoCancellation: false } });
+  } catch (e) {
+    const reason = e.name === 'NotAllowedError' || e.name === 'SecurityError' ? 'denied'
+      : e.name === 'NotFoundError' || e.name === 'OverconstrainedError' ? 'absent' : 'failed';
+    return fail(reason);
+  }
+  const stopTracks = () => stream.getTracks().forEach((t) => t.stop());
+  // AAC where the browser records it (less to convert), else Opus.
+  const type = ['audio/mp4;codecs=mp4a.40.2', 'audio/webm;codecs=opus', 'audio/ogg;codecs=opus']
+    .find((t) => MediaRecorder.isTypeSupported(t));
+  let recorder;
+  const chunks = [];
+  try {
+    recorder = new MediaRecorder(stream, type ? { mimeType: type, audioBitsPerSecond: 128000 } : {});
+    recorder.addEventListener('dataavailable', (e) => { if (e.data.size) chunks.push(e.data); });
+    recorder.start(1000);
+  } catch (e) {
+    stopTracks();
+    return fail('failed');
+  }
+  const dialog = recordingDialog(stream, b.recordSeconds, (keep) => {
+    if (recording.finishing) return;
+    recording.finishing = true;
+    recorder.addEventListener('stop', () => {
+      stopTracks();
+      dialog.close();
+      recording = null;
+      const mime = recorder.mimeType || type || '';
+      const ext = mime.includes('mp4') ? 'm4a' : mime.includes('ogg') ? 'ogg' : 'webm';
+      if (keep && chunks.length) upload(b.id, new Blob(chunks, { type: mime }), 'recording.' + ext);
+    });
+    recorder.stop();
+  });
+  recording.dialog = dialog;
+}
+
+// "Recording..." with the time so far, a level meter, and Finish and Cancel (Enter and
+// Escape). At the time limit it finishes by itself.
+function recordingDialog(stream, limit, finish) {
+  const scrim = el('div', 'scrim recording');
+  const box = el('div', 'dialog');
+  box.setAttribute('role', 'alertdialog');
+  box.setAttribute('aria-modal', 'true');
+  box.setAttribute('aria-labelledby', 'recording-title');
+  const body = el('div', 'dialog-body');
+  const title = el('h2', '', 'Recording...');
+  title.id = 'recording-title';
+  const time = el('p', 'recording-time', '0:00');
+  const meter = el('div', 'recording-meter');
+  const level = el('span');
+  meter.append(level);
+  body.append(title, time, meter);
+  const buttons = el('div', 'dialog-buttons');
+  const cancel = el('button', '', 'Cancel');
+  const done = el('button', 'default', 'Finish');
+  for (const [button, keep] of [[cancel, false], [done, true]]) {
+    button.type = 'button';
+    button.addEventListener('click', () => finish(keep));
+    buttons.append(button);
+  }
+  box.append(body, buttons);
+  scrim.append(box);
+  // The dialog has the keyboard wherever the focus went: the screen's own keys (Escape
+  // cancels the editor) wait until the recorder is gone.
+  const key = (e) => {
+    if (e.key === 'Escape') { e.preventDefault(); finish(false); }
+    if (e.key === 'Enter' && e.target.tagName !== 'BUTTON') { e.preventDefault(); finish(true); }
+    if (e.key === 'Tab') trapFocus(e, box);
+  };
+  scrim.addEventListener('keydown', (e) => { e.stopPropagation(); key(e); });
+  document.body.append(scrim);
+  $('app').inert = true;
+  done.focus();
+
+  const clock = (s) => `${Math.floor(s / 60)}:${String(Math.floor(s % 60)).padStart(2, '0')}`;
+  const started = performance.now();
+  let audio = null, analyser = null;
+  try {
+    audio = new AudioContext();
+    analyser = audio.createAnalyser();
+    analyser.fftSize = 512;
+    audio.createMediaStreamSource(stream).connect(analyser);
+  } catch (e) {
+    analyser = null;
+  }
+  const samples = new Uint8Array(512);
+  const timer = setInterval(() => {
+    const seconds = (performance.now() - started) / 1000;
+    time.textContent = limit ? `${clock(seconds)} of ${clock(limit)}` : clock(seconds);
+    if (analyser) {
+      analyser.getByteTimeDomainData(samples);
+      let peak = 0;
+      for (const v of samples) peak = Math.max(peak, Math.abs(v - 128));
+      level.style.width = `${Math.min(100, peak / 1.28)}%`;
+    }
+    if (limit && seconds >= limit) finish(true);
+  }, 100);
+  return {
+    key,
+    close() {
+      clearInterval(timer);
+      if (audio) audio.close().catch(() => {});
+      scrim.remove();
+      $('app').inert = state.alerts.length > 0 || frozen();
+    },
+  };
 }
 
 function setScreen(screen) {
@@ -608,6 +740,7 @@ function toggleKeysHelp() {
 }
 
 document.addEventListener('keydown', (e) => {
+  if (recording) { if (recording.dialog) recording.dialog.key(e); return; }
   if (frozen()) { e.preventDefault(); e.stopPropagation(); return; }
   if (state.alerts.length) return;  // the open alert has the keyboard
   if (e.target.closest && e.target.closest('input, textarea')) return;

@@ -4,7 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+
+#include "app/HTMLAudioPlayer.h"
 #include "app/SearchViewController.h"
+#include "librivo/MediaManager.h"
 #include "librivo/ModelManager.h"
 #include "tests/app/StudyFixture.h"
 
@@ -144,7 +150,65 @@ TEST_F(EditFixture, EditingSavesOnlyOnSaveClozeNumbersGoPastTheHighestAndTypesKe
   editor().setupNewNoteForAdding();
   EXPECT_EQ(editor().note()->fields, (std::vector<std::string>{"one", "two", ""}));
   send("button", "cloze");
-  EXPECT_EQ(ui.screen["toolbar"].size(), 7u);  // no cloze button for a standard type
+  EXPECT_EQ(ui.screen["toolbar"].size(), 8u);  // no cloze button for a standard type
+}
+
+// A second of a 440 Hz tone as 16-bit mono WAV: something the browser could have recorded.
+void writeTone(const std::string& path) {
+  const uint32_t rate = 8000, samples = rate;
+  std::ofstream out(path, std::ios::binary);
+  auto u32 = [&](uint32_t v) { out.write(reinterpret_cast<const char*>(&v), 4); };
+  auto u16 = [&](uint16_t v) { out.write(reinterpret_cast<const char*>(&v), 2); };
+  out << "RIFF";
+  u32(36 + samples * 2);
+  out << "WAVEfmt ";
+  u32(16), u16(1), u16(1), u32(rate), u32(rate * 2), u16(2), u16(16);
+  out << "data";
+  u32(samples * 2);
+  for (uint32_t i = 0; i < samples; ++i)
+    u16(static_cast<uint16_t>(static_cast<int16_t>(8000 * std::sin(i * 2 * M_PI * 440 / rate))));
+}
+
+TEST_F(EditFixture, ARecordingIsStoredAsM4aReferencedAndPlayedWhileBadOnesAndRefusalsSaySo) {
+  namespace fs = std::filesystem;
+  openAdd();
+  report("state", 1, R"({"focused":true})");
+  send("button", "record");
+  EXPECT_NE(shown().find("rivo.saveSelection();"), std::string::npos);
+
+  const std::string upload = dir.file("upload-1");
+  writeTone(upload);
+  send("button", "record", "upload", Json{{"name", "../../evil.wav"}, {"path", upload}});
+  const std::string media = col().media().dir();
+  std::vector<std::string> stored;
+  for (const auto& f : fs::directory_iterator(media)) stored.push_back(f.path().filename());
+  ASSERT_EQ(stored.size(), 1u);
+  EXPECT_TRUE(stored[0].starts_with("rec-") && stored[0].ends_with(".m4a")) << stored[0];
+  std::ifstream m4a(media + "/" + stored[0], std::ios::binary);
+  std::string head(12, '\0');
+  m4a.read(head.data(), 12);
+  EXPECT_EQ(head.substr(4, 8), "ftypM4A ");
+  EXPECT_NE(shown().find("[sound:" + stored[0] + "]"), std::string::npos);
+  ASSERT_FALSE(ui.played.empty());
+  EXPECT_TRUE(ui.played.back().ends_with(HTMLAudioPlayer::percentEncode(stored[0]) + " (asked)"));
+  EXPECT_FALSE(fs::exists(upload));
+
+  // Not a recording: the reason shown, nothing stored, nothing left behind.
+  std::ofstream(dir.file("upload-2")) << "#EXTM3U\nfile:///etc/passwd\n";
+  send("button", "record", "upload", Json{{"name", "x.webm"}, {"path", dir.file("upload-2")}});
+  EXPECT_TRUE(ui.events.back().starts_with("alert:|The recording couldn't be saved: "))
+      << ui.events.back();
+  EXPECT_EQ(std::distance(fs::directory_iterator(media), fs::directory_iterator()), 1);
+  EXPECT_FALSE(fs::exists(dir.file("upload-2")));
+
+  send("button", "record", "failed", Json{{"reason", "denied"}});
+  EXPECT_EQ(ui.events.back(),
+            "alert:|Please go to your browser's site settings, and allow Rivo to access the "
+            "microphone.");
+  send("button", "record", "failed", Json{{"reason", "absent"}});
+  EXPECT_EQ(ui.events.back(), "alert:|No microphone was found. Connect one, then try again.");
+  send("button", "record", "failed", Json{{"reason", "?"}});
+  EXPECT_EQ(ui.events.back(), "alert:|Error initializing recorder.");
 }
 
 TEST_F(EditFixture, TheOldEditorRefusesAnEmptyFirstFieldAndKeepsTagsAndDeckOnTheType) {

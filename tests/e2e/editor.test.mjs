@@ -1,6 +1,6 @@
 // Adding and editing notes as a user does: the editor page in its frame, the deck and type
-// choosers, cloze numbers, duplicates, the HTML mode, images, the preview, and the search
-// screen. What the browser did is checked in the collection once Rivo has stopped.
+// choosers, cloze numbers, duplicates, the HTML mode, images, recordings, the preview, the
+// search screen and card info from it. What the browser did is checked in the collection once Rivo has stopped.
 import { after, before, test } from 'node:test';
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
@@ -19,7 +19,7 @@ after(async () => {
 const collection = (data) => path.join(data, 'profiles/User 1/collection.rivo2');
 const sql = (data, statement) => execFileSync('sqlite3', [collection(data), statement], { encoding: 'utf8' }).trim();
 
-async function start({ notes = [], prefs = {} } = {}) {
+async function start({ notes = [], prefs = {}, context = chrome.context } = {}) {
   const data = tempDir();
   assert.equal(rivoSync(['--data', data, 'init']).status, 0);
   for (const fields of notes) assert.equal(rivoSync(['--data', data, 'add', ...fields]).status, 0);
@@ -28,7 +28,7 @@ async function start({ notes = [], prefs = {} } = {}) {
   for (const [k, v] of Object.entries(prefs)) all[`User 1_${k}`] = v;
   fs.writeFileSync(file, JSON.stringify(all));
   const rivo = await serve(data);
-  const page = await open(chrome.context, rivo.url);
+  const page = await open(context, rivo.url);
   await noSpinner(page);
   const stop = async () => {
     running.delete(stop);
@@ -243,6 +243,13 @@ test('pictures go to the media folder and the preview; bad files and HTML are re
   await page.locator('#content .row').nth(1).waitFor();
   assert.deepEqual(await page.locator('#content .row .row-title').allInnerTexts(), ['Capital of Chile?; Santiago', 'Capital of Spain?; Madrid']);
   await screenshots(page, 'search');
+  // A row's menu (right click) opens the card's statistics.
+  await page.locator('#content .row').filter({ hasText: 'Chile' }).click({ button: 'right' });
+  await page.locator('#title').filter({ hasText: 'Card Info' }).waitFor();
+  await editor(page).getByText('Card Type').waitFor();
+  assert.match(await editor(page).locator('body').innerText(), /Card Type\s+Card 1\s+Note Type\s+Basic/);
+  await page.locator('#nav-left .back').click();
+  await page.locator('#title').filter({ hasText: 'Search' }).waitFor();
   await page.locator('#content .row').filter({ hasText: 'Spain' }).click();
   await page.locator('#title-button').filter({ hasText: 'Edit' }).waitFor();
   await typeInto(page, 0, 'Capital of Spain (Europe)?');
@@ -252,6 +259,51 @@ test('pictures go to the media folder and the preview; bad files and HTML are re
   await stop();
   assert.equal(sql(data, "select substr(flds, instr(flds, char(31)) + 1) from notes where flds like 'A flag%'"),
     'x<style>body{display:none}</style><img src=nope onerror="document.body.remove()">');
+});
+
+test('a recording from the microphone lands as AAC in an .m4a file and a sound tag; cancel and a refused microphone store nothing', async () => {
+  const mic = await browser(['--use-fake-ui-for-media-stream', '--use-fake-device-for-media-stream']);
+  try {
+    const { data, page, stop } = await start({ context: mic.context });
+    const media = path.join(data, 'profiles/User 1/media');
+    await openAdd(page);
+    await typeInto(page, 0, 'Listen:');
+    await toolbar(page, 'record').click();
+    const dialog = page.locator('.recording .dialog');
+    await dialog.getByText('Recording...').waitFor();
+    await page.locator('.recording-time').filter({ hasText: /^0:01 of 10:00$/ }).waitFor();
+    await screenshots(page, 'editor-recording');
+    await dialog.getByRole('button', { name: 'Finish' }).click();
+    const tagged = field(page, 0).filter({ hasText: /\[sound:rec-\d+\.m4a\]/ });
+    await tagged.waitFor();
+    const name = (await tagged.innerText()).match(/\[sound:(rec-\d+\.m4a)\]/)[1];
+    const probe = execFileSync('ffprobe', ['-v', 'error', '-show_entries', 'stream=codec_name,sample_rate,channels',
+      '-of', 'csv=p=0', path.join(media, name)], { encoding: 'utf8' }).trim();
+    assert.equal(probe, 'aac,44100,1');
+
+    // Cancel (Escape) keeps nothing.
+    await field(page, 1).click();
+    await toolbar(page, 'record').click();
+    await dialog.waitFor();
+    await page.keyboard.press('Escape');
+    await dialog.waitFor({ state: 'detached' });
+    // A refused microphone: the message, nothing stored, the text kept.
+    await page.evaluate(() => {
+      navigator.mediaDevices.getUserMedia = () => Promise.reject(new DOMException('refused', 'NotAllowedError'));
+    });
+    await field(page, 1).click();
+    await toolbar(page, 'record').click();
+    await expectAlert(page, null, 'allow Rivo to access the microphone');
+    await answer(page, 'OK');
+    assert.deepEqual(fs.readdirSync(media), [name]);
+    await typeInto(page, 1, 'a tone');
+    await saved(page);
+    assert.deepEqual(page.errors, []);
+    await stop();
+    assert.equal(sql(data, 'select flds from notes'), `Listen:[sound:${name}]\x1fa tone`);
+  } finally {
+    await mic.close();
+  }
 });
 
 test('the older editor, chosen in the preferences, adds from plain text areas', async () => {

@@ -59,13 +59,14 @@ export function serve(data, extra = []) {
   });
 }
 
-export async function browser() {
+// `args`: more switches for Chromium (a fake microphone).
+export async function browser(args = []) {
   const profile = tempDir('rivo-chromium-');
   const context = await chromium.launchPersistentContext(profile, {
     executablePath: '/usr/bin/chromium',
     headless: true,
     args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
-      '--disable-background-networking', '--disable-component-update', '--disable-sync'],
+      '--disable-background-networking', '--disable-component-update', '--disable-sync', ...args],
     viewport: { width: 1280, height: 800 },
   });
   const close = async () => {
