@@ -49,6 +49,7 @@ void RVConfigTableController::push(std::shared_ptr<ViewController> vc) {
 }
 
 void RVConfigTableController::reloadData() {
+  std::vector<std::string> before = _choices;
   if (_detailOf && _detailOf->kind == Kind::multiEnum && _detailOf->getMultiData) {
     RVConfigTableRow::MultiEnumData data = _detailOf->getMultiData();
     _choices = std::move(data.choices);
@@ -58,6 +59,9 @@ void RVConfigTableController::reloadData() {
     _choices = std::move(data.choices);
     _idx = data.idx;
   }
+  // Lines are picked by position: once one is added or removed, a pick from the old list
+  // would land on its neighbour.
+  if (_choices != before) renewScreenId();
   setNeedsDisplay();
 }
 

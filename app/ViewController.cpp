@@ -12,6 +12,10 @@ std::atomic<uint64_t> gNextScreenId{1};
 
 ViewController::ViewController() : _screenId(gNextScreenId++) {}
 
+void ViewController::renewScreenId() {
+  _screenId = gNextScreenId++;
+}
+
 void ViewController::setNeedsDisplay() {
   if (_nc) _nc->display(*this);
 }

@@ -41,6 +41,11 @@ class ViewController {
   // Sends the description again if this screen is on top.
   void setNeedsDisplay();
 
+ protected:
+  // For a screen whose rows change meaning (a line removed shifts those below it): events
+  // aimed at the rows as they were, from a tab that hasn't caught up, are then refused.
+  void renewScreenId();
+
  private:
   friend class NavigationController;
   uint64_t _screenId;

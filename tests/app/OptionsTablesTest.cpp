@@ -100,6 +100,7 @@ TEST_F(OptionsTablesTest, OptionGroupsAddDeleteAndDefaults) {
   EXPECT_NE(fast, 1);
 
   int64_t scm = app->col()->scm();
+  const uint64_t listed = ui.screen["id"];
   send("row", "c1", "delete");
   EXPECT_EQ(ui.events.back(),
             "ask:Full Sync Required|Deleting this options group will prevent any changes from "
@@ -109,6 +110,8 @@ TEST_F(OptionsTablesTest, OptionGroupsAddDeleteAndDefaults) {
   EXPECT_EQ(rowIds(), (std::vector<std::string>{"c0"}));
   EXPECT_EQ(jsonInt((*app->col()->decks().current())["conf"]), 1);
   EXPECT_NE(app->col()->scm(), scm);
+  // A tab still showing the list as it was can't pick by the shifted positions.
+  EXPECT_FALSE(app->nc()->dispatch(listed, {"row", "c0", "select", Json()}));
 
   send("back");
   type("s1r0", "7");

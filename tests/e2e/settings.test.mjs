@@ -145,6 +145,48 @@ test('media check: the report, and Delete Unused removes the unused file', async
   assert.deepEqual(page.errors, []);
 });
 
+test('an options group removed in another tab: this tab can no longer pick by the old list', async () => {
+  await back();
+  await title('Settings');
+  await back();
+  await title('Decks');
+  await row(page, 'Default').click();
+  await page.locator('#content .web-screen').waitFor();
+  await page.getByRole('button', { name: 'Tools' }).click();
+  await row(page, 'studyOptions').click();
+  await title('Deck Options');
+  await rowByText('Options group').click();
+  await title('Options group');
+  await page.getByRole('button', { name: 'Add' }).click();
+  await expectAlert(page, 'Add Options Group');
+  await answer(page, 'Done', 'Bulk');
+  await rowByText('Bulk \\(used by 1 decks\\)').waitFor();
+  const listed = await page.evaluate(() => state.screen.id);
+
+  // The other tab deletes the first line, the group this deck uses: the deck falls back to
+  // the default group, and a pick of the first line as this tab had it must not land there.
+  const other = await open(chrome.context, rivo.url);
+  await other.getByRole('button', { name: 'Delete Bulk (used by 1 decks)' }).click();
+  await expectAlert(other, 'Full Sync Required');
+  await answer(other, 'Yes');
+  await rowByText('Default \\(used by 1 decks\\)').waitFor();
+  const stale = await page.evaluate((screen) => fetch('/event', {
+    method: 'POST',
+    headers: { 'Content-Type': 'application/json' },
+    body: JSON.stringify({ screen, element: 'row', id: 'c0', kind: 'select' }),
+  }).then((r) => r.status), listed);
+  assert.equal(stale, 409);
+  await other.close();
+
+  await rowByText('Fast \\(used by 0 decks\\)').click();
+  await back();
+  await title('Deck Options');
+  await rowByText('Options group').filter({ hasText: 'Fast' }).waitFor();
+  await back();
+  await title('Tools');
+  assert.deepEqual(page.errors, []);
+});
+
 test('what the screens wrote is in the collection file', async () => {
   await rivo.stop();  // it holds the file while it runs
   rivo = { stop: async () => {} };
