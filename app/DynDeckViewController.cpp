@@ -76,8 +76,8 @@ void DynDeckViewController::setupConfigTable(RVConfigTableController& table) {
   order->setIdx = [this](int idx) { _options.order = idx; };
 
   RVConfigTableSection filter{"Filter Options", "", {}};
-  filter.rows = {textRow("Search", _options.search), textRow("Limit", _options.limitText, "number"),
-                 order,
+  filter.rows = {textRow("Search", _options.search, "search"),
+                 textRow("Limit", _options.limitText, "number"), order,
                  switchRow("Reschedule cards based on my answers in this deck", _options.resched)};
   RVConfigTableSection steps{"Steps", "", {}};
   steps.rows = {switchRow("Custom steps", _options.customSteps),

@@ -37,7 +37,7 @@ struct RVConfigTableRow {
   std::function<std::string()> getTxt;
   std::function<bool(const std::string&)> txtIsValid;
   std::function<void(const std::string&)> setTxt;
-  std::string keyboardType;  // "number" for digits
+  std::string keyboardType;  // "number" for digits, "search" for a wide search field
 
   // Switch row.
   std::function<bool()> getVal;

@@ -95,7 +95,7 @@ struct Screen {
     bool canDelete = false;
     bool hasMenu = false;
     // A text field beside the text; an edit sends "change" with the new text. `keyboard` is
-    // "number" for digits only.
+    // "number" for digits only, "search" for a search given the row's free width.
     bool hasField = false;
     std::string field;
     std::string keyboard;

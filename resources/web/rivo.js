@@ -585,6 +585,8 @@ function renderRow(row, tree) {
     input.setAttribute('aria-label', row.text);
     if (multiline) { li.classList.add('has-area'); input.rows = 2; }
     if (row.keyboard === 'number') { input.inputMode = 'numeric'; input.pattern = '[0-9]*'; }
+    // A search is read whole, so its field takes the room the title leaves.
+    if (row.keyboard === 'search') { input.type = 'search'; input.classList.add('wide'); }
     input.addEventListener('change', () => postInOrder({ screen: state.screen.id, element: 'row', id: row.id, kind: 'change', value: input.value }));
     input.addEventListener('keydown', (e) => {
       if ((e.ctrlKey || e.metaKey) && e.key === 'Enter') {

@@ -79,6 +79,12 @@ test('a filtered deck from a search: refused input, built, studied and emptied',
   await page.getByRole('button', { name: 'Add/Export' }).click();
   await page.locator('#alerts .dialog.sheet').getByRole('button', { name: 'Create Filtered Deck' }).click();
   await title('Filtered Deck 1');
+  // A search that can't be built matches nothing; "Yes" stays to revise it.
+  await field('s0r0', '(deck:"Default"');
+  await page.getByRole('button', { name: 'Build' }).click();
+  await expectAlert(page, 'No cards');
+  await answer(page, 'Yes');
+  await title('Filtered Deck 1');
   await field('s0r0', 'deck:"Default" tag:verb');
   await field('s0r1', '4');
   await row(page, 's1r0').click();  // custom steps on
