@@ -3,10 +3,8 @@
 // custom study mode run once, each ending in the study screen or its own message.
 import { after, before, test } from 'node:test';
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
-import path from 'node:path';
-import { answer, browser, expectAlert, noSpinner, open, row, rivoSync, screenshots, serve, tempDir } from './rivo.mjs';
+import { answer, basicCollection, browser, expectAlert, noSpinner, open, row, screenshots, serve, tempDir } from './rivo.mjs';
 
 let chrome, data, rivo, page;
 const BUILT = 'Cards will be returned to their original deck as you answer them.';
@@ -38,19 +36,7 @@ async function action(key) {
 before(async () => {
   chrome = await browser();
   data = tempDir();
-  assert.equal(rivoSync(['--data', data, 'init']).status, 0);
-  const col = path.join(data, 'profiles/User 1/collection.rivo2');
-  const sql = (s) => execFileSync('sqlite3', [col, s], { encoding: 'utf8' }).trim();
-  const mid = sql("select key from json_each((select models from col)) where json_extract(value, '$.name') = 'Basic'");
-  let id = Date.now() - 100000;
-  const rows = [];
-  for (let i = 0; i < 12; i++) {
-    id += 1;
-    const tags = i % 2 ? ' verb ' : ' noun ';
-    rows.push(`insert into notes values (${id}, 'g${id}', ${mid}, 0, -1, '${tags}', 'Q${i}' || char(31) || 'A${i}', 'Q${i}', 0, 0, '');
-      insert into cards values (${id}, ${id}, 1, 0, 0, -1, 0, 0, ${i + 1}, 0, 0, 0, 0, 0, 0, 0, 0, '');`);
-  }
-  sql(rows.join('\n'));
+  basicCollection(data, 12, (i) => (i % 2 ? 'verb' : 'noun'));
   rivo = await serve(data);
   page = await open(chrome.context, rivo.url);
   await noSpinner(page);

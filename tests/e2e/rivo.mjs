@@ -1,6 +1,6 @@
 // What the browser tests share: starting `rivo serve` on a fresh data folder, Debian's
 // Chromium through playwright-core, and screenshots kept under the build folder.
-import { spawn, spawnSync } from 'node:child_process';
+import { execFileSync, spawn, spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
@@ -19,6 +19,27 @@ export function tempDir(prefix = 'rivo-e2e-') {
 export function rivoSync(args) {
   const r = spawnSync(RIVO, args, { encoding: 'utf8', timeout: 20000 });
   return { status: r.status, out: r.stdout, err: r.stderr };
+}
+
+// The first profile's collection file in `data`, and a statement run on it by sqlite3.
+export const collectionOf = (data) => path.join(data, 'profiles/User 1/collection.rivo2');
+export const sqlOn = (data, statement) =>
+  execFileSync('sqlite3', ['-cmd', '.timeout 5000', collectionOf(data), statement], { encoding: 'utf8' }).trim();
+
+// A new collection in `data` with `count` new Basic cards in Default, "Q0"/"A0" first and due
+// in that order; `tags(i)` names each note's tags.
+export function basicCollection(data, count, tags = () => '') {
+  if (rivoSync(['--data', data, 'init']).status !== 0) throw new Error('rivo init failed');
+  const mid = sqlOn(data, "select key from json_each((select models from col)) where json_extract(value, '$.name') = 'Basic'");
+  let id = Date.now() - 100000;
+  const rows = [];
+  for (let i = 0; i < count; i++) {
+    id += 1;
+    const t = tags(i) ? ` ${tags(i)} ` : '';
+    rows.push(`insert into notes values (${id}, 'g${id}', ${mid}, 0, -1, '${t}', 'Q${i}' || char(31) || 'A${i}', 'Q${i}', 0, 0, '');
+      insert into cards values (${id}, ${id}, 1, 0, 0, -1, 0, 0, ${i + 1}, 0, 0, 0, 0, 0, 0, 0, 0, '');`);
+  }
+  sqlOn(data, rows.join('\n'));
 }
 
 export function generate(data, { notes = 2000, decks = 30 } = {}) {

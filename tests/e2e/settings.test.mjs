@@ -3,14 +3,12 @@
 // time, and the media check deleting an unused file.
 import { after, before, test } from 'node:test';
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
-import { answer, browser, expectAlert, noSpinner, open, row, rivoSync, screenshots, serve, tempDir } from './rivo.mjs';
+import { answer, basicCollection, browser, expectAlert, noSpinner, open, row, screenshots, serve, sqlOn, tempDir } from './rivo.mjs';
 
 let chrome, data, rivo, page, crt, hour;
-const collection = () => path.join(data, 'profiles/User 1/collection.rivo2');
-const sql = (statement) => execFileSync('sqlite3', ['-cmd', '.timeout 5000', collection(), statement], { encoding: 'utf8' }).trim();
+const sql = (statement) => sqlOn(data, statement);
 const rowByText = (text) => page.locator('#content .row').filter({ has: page.locator('.row-title', { hasText: new RegExp(`^${text}$`) }) });
 const back = () => page.locator('#nav-left .back').click();
 const title = async (text) => page.locator('#title').filter({ hasText: new RegExp(`^${text}$`) }).waitFor();
@@ -30,16 +28,7 @@ const conf1 = (key) => JSON.parse(sql("select json_extract(dconf, '$.1." + key +
 before(async () => {
   chrome = await browser();
   data = tempDir();
-  assert.equal(rivoSync(['--data', data, 'init']).status, 0);
-  const mid = sql("select key from json_each((select models from col)) where json_extract(value, '$.name') = 'Basic'");
-  let id = Date.now() - 100000;
-  const rows = [];
-  for (let i = 0; i < 10; i++) {
-    id += 1;
-    rows.push(`insert into notes values (${id}, 'g${id}', ${mid}, 0, -1, '', 'Q${i}' || char(31) || 'A${i}', 'Q${i}', 0, 0, '');
-      insert into cards values (${id}, ${id}, 1, 0, 0, -1, 0, 0, ${i + 1}, 0, 0, 0, 0, 0, 0, 0, 0, '');`);
-  }
-  sql(rows.join('\n'));
+  basicCollection(data, 10);
   crt = Number(sql('select crt from col'));
   rivo = await serve(data);
   page = await open(chrome.context, rivo.url);
