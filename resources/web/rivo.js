@@ -644,7 +644,7 @@ function renderSlider(row) {
   const show = () => { label.textContent = Number(input.value).toFixed(sl.decimals) + (sl.unit || ''); };
   show();
   input.addEventListener('input', show);
-  input.addEventListener('change', () => post(screenEvent('row', row.id, 'change', Number(input.value))));
+  input.addEventListener('change', () => postInOrder(screenEvent('row', row.id, 'change', Number(input.value))));
   input.addEventListener('keydown', (e) => e.stopPropagation());
   wrap.append(input, label);
   return wrap;
