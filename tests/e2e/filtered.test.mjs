@@ -4,11 +4,14 @@
 import { after, before, test } from 'node:test';
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
-import { answer, basicCollection, browser, expectAlert, noSpinner, open, row, screenshots, serve, tempDir } from './rivo.mjs';
+import { answer, answered, basicCollection, browser, expectAlert, noSpinner, open, row, screenshots, serve, tempDir } from './rivo.mjs';
 
 let chrome, data, rivo, page;
 const BUILT = 'Cards will be returned to their original deck as you answer them.';
-const title = (text) => page.locator('#title').filter({ hasText: new RegExp(`^${text}$`) }).waitFor();
+async function title(text) {
+  await page.locator('#title').filter({ hasText: new RegExp(`^${text}$`) }).waitFor();
+  await answered(page);
+}
 const rowByText = (text) => page.locator('#content .row').filter({ has: page.locator('.row-title', { hasText: new RegExp(`^${text}$`) }) });
 async function field(id, text) {
   const input = row(page, id).locator('input.row-field');
@@ -19,6 +22,7 @@ async function field(id, text) {
 async function toDeckList() {
   // A finishing job may pop to the deck list while this walks back.
   for (let i = 0; i < 6 && await page.locator('#title').innerText() !== 'Decks'; i++) {
+    await answered(page);
     await page.locator('#nav-left .back').click({ timeout: 2000 }).catch(() => {});
     await page.waitForTimeout(150);
   }
@@ -26,6 +30,7 @@ async function toDeckList() {
 }
 const studyShown = () => page.locator('#content .web-screen .status:not([hidden])').waitFor();
 async function action(key) {
+  await answered(page);
   await page.getByRole('button', { name: 'Tools' }).click();
   await title('Tools');
   await rowByText('More').click();
@@ -74,6 +79,7 @@ test('a filtered deck from a search: refused input, built, studied and emptied',
   await field('s0r0', 'deck:"Default" tag:verb');
   await field('s0r1', '4');
   await row(page, 's1r0').click();  // custom steps on
+  await answered(page);
   await field('s1r1', '1 ten');
   await page.getByRole('button', { name: 'Build' }).click();
   await expectAlert(page, 'Invalid step', 'Steps must be numbers.');
@@ -113,12 +119,14 @@ test('each custom study mode once', async () => {
     await row(page, 's0r0').click();
     await title('Study Type');
     await row(page, `c${mode}`).click();
+    await answered(page);
     await page.locator('#nav-left .back').click();
     await title('Custom Study');
     if (mode === 5) {
       await row(page, 's1r1').click();  // include "verb"
       await title('Include cards with tag');
       await rowByText('verb').click();
+      await answered(page);
       await page.locator('#nav-left .back').click();
       await title('Custom Study');
       await row(page, 's1r1').filter({ hasText: 'verb' }).waitFor();

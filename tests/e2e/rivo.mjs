@@ -132,6 +132,9 @@ export async function screenshots(page, name) {
 export const alertBox = (page) => page.locator('#alerts .scrim:last-child .dialog');
 export const row = (page, id) => page.locator(`#content .row[data-id="${id}"]`);
 export const rowIds = (page) => page.locator('#content .row').evaluateAll((rows) => rows.map((r) => r.dataset.id));
+// The page drops a click made while its last screen event is unanswered (no double actions),
+// so a test that clicks on as soon as the screen shows waits for the answer first.
+export const answered = (page) => page.waitForFunction(() => !busyScreenEvent);
 export async function noSpinner(page) {
   await page.locator('#popup').waitFor({ state: 'hidden' });
 }

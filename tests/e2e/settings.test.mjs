@@ -5,13 +5,19 @@ import { after, before, test } from 'node:test';
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
-import { answer, basicCollection, browser, expectAlert, noSpinner, open, row, screenshots, serve, sqlOn, tempDir } from './rivo.mjs';
+import { answer, answered, basicCollection, browser, expectAlert, noSpinner, open, row, screenshots, serve, sqlOn, tempDir } from './rivo.mjs';
 
 let chrome, data, rivo, page, crt, hour;
 const sql = (statement) => sqlOn(data, statement);
 const rowByText = (text) => page.locator('#content .row').filter({ has: page.locator('.row-title', { hasText: new RegExp(`^${text}$`) }) });
-const back = () => page.locator('#nav-left .back').click();
-const title = async (text) => page.locator('#title').filter({ hasText: new RegExp(`^${text}$`) }).waitFor();
+async function back() {
+  await answered(page);
+  await page.locator('#nav-left .back').click();
+}
+async function title(text) {
+  await page.locator('#title').filter({ hasText: new RegExp(`^${text}$`) }).waitFor();
+  await answered(page);
+}
 // Fields by row id: two rows of deck options are called "Steps".
 async function field(id, text) {
   const input = row(page, id).locator('input.row-field');
@@ -45,6 +51,7 @@ after(async () => {
 test('deck options: the next study session follows new cards per day and the steps', async () => {
   await row(page, 'Default').click();
   await page.locator('#content .web-screen .status:not([hidden])').waitFor();
+  await answered(page);
   await page.getByRole('button', { name: 'Tools' }).click();
   await row(page, 'studyOptions').click();
   await title('Deck Options');
@@ -90,6 +97,7 @@ test('deck options: the next study session follows new cards per day and the ste
 test('collection options: the day start moves today, learn-ahead is stored in seconds', async () => {
   await back();
   await page.locator('#title').filter({ hasText: 'Decks' }).waitFor();
+  await answered(page);
   await page.getByRole('button', { name: 'Settings' }).click();
   await title('Settings');
   await screenshots(page, 'settings');
@@ -141,6 +149,7 @@ test('an options group removed in another tab: this tab can no longer pick by th
   await title('Decks');
   await row(page, 'Default').click();
   await page.locator('#content .web-screen').waitFor();
+  await answered(page);
   await page.getByRole('button', { name: 'Tools' }).click();
   await row(page, 'studyOptions').click();
   await title('Deck Options');
