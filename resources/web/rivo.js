@@ -1010,14 +1010,20 @@ function restoreFrame(frame, reason) {
   }
 }
 
-// Every second each frame is asked to answer; one silent for 2.5 seconds is stuck.
+// Every second each frame is asked to answer; one silent for 2.5 seconds is stuck. When this
+// page's own timer came late, the whole tab was held up (a loaded machine, a laptop waking):
+// the frames are asked again rather than judged, as replacing one loses what was typed in it.
 const watch = new Map();
+let lastTick = performance.now();
 setInterval(() => {
-  if (document.hidden) return;
   const now = performance.now();
+  const late = now - lastTick > 2000;
+  lastTick = now;
+  if (document.hidden) return;
   for (const frame of document.querySelectorAll('iframe[data-web]')) {
     if (!frame.dataset.ready || !frame.contentWindow) continue;
     const w = watch.get(frame) || { seq: 0, since: 0 };
+    if (late) w.since = 0;
     if (w.since && now - w.since > 2500) {
       watch.delete(frame);
       restoreFrame(frame, 'unresponsive');

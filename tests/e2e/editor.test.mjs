@@ -295,8 +295,10 @@ test('a recording from the microphone lands as AAC in an .m4a file and a sound t
     await toolbar(page, 'record').click();
     await expectAlert(page, null, 'allow Rivo to access the microphone');
     await answer(page, 'OK');
+    await alertBox(page).waitFor({ state: 'detached' });
     assert.deepEqual(fs.readdirSync(media), [name]);
     await typeInto(page, 1, 'a tone');
+    await field(page, 1).filter({ hasText: /^a tone$/ }).waitFor();
     await saved(page);
     assert.deepEqual(page.errors, []);
     await stop();
