@@ -155,16 +155,20 @@ void Col::saveName(const std::string& name, int64_t modMs) {
     if (_db->mod) {
       flushAndSetMod(modMs);
       _db->commit();
-      lock();
       _db->mod = false;
+      _relock();
     }
   } catch (const SaveError&) {
     // Nothing of a failed save may reach the file with a later commit, and what is held
-    // in memory goes back to what the file holds.
+    // in memory goes back to what the file holds. A disk that fails that too must not hide
+    // why the save failed.
     if (_db->inTransaction()) _db->rollback();
     _db->mod = false;
-    load();
-    lock();
+    try {
+      load();
+      lock();
+    } catch (const SaveError&) {
+    }
     throw;
   }
   _markOp(name);
@@ -173,6 +177,15 @@ void Col::saveName(const std::string& name, int64_t modMs) {
 
 void Col::autosave() {
   if (intTime(1) - _lastSave > 300) save();
+}
+
+// The save is done whatever happens here: a lock the disk refuses now is taken by the next
+// write instead.
+void Col::_relock() {
+  try {
+    lock();
+  } catch (const SaveError&) {
+  }
 }
 
 void Col::lock() {
@@ -330,13 +343,18 @@ std::string Col::fixIntegrity() {
   }
 
   _tags->registerNotes(std::nullopt);
+  // The repairs and the new schema time reach the file in one commit: a repaired file that
+  // would still sync as if nothing had changed can't be left behind.
+  if (!problems.empty()) {
+    modSchema();
+    save();
+  }
   _db->commit();
   _db->run("vacuum");
   _db->run("analyze");
 
   if (problems.empty()) return {};
-  modSchema();
-  save();
+  lock();
   std::string text;
   for (const std::string& line : problems) text += (text.empty() ? "" : "\n") + line;
   return text;

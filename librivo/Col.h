@@ -201,6 +201,8 @@ class Col {
 
  private:
   void _unburyWithoutChange();
+  // lock() after a save that is done: a failure is left to the next write.
+  void _relock();
   std::optional<Id> _undoReviewSavingCurrentCard(const Card* current);
   void _undoOp();
   void _writeLogLine(const std::string& line);

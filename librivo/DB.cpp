@@ -20,6 +20,20 @@ bool isBusy(int rc) {
   return rc == SQLITE_BUSY || rc == SQLITE_LOCKED;
 }
 
+// The disk failed us (an I/O error, no space, a file that can't be opened or written): no
+// fault of the statement, and the work must be reported as not done.
+bool isDiskFailure(int rc) {
+  switch (rc & 0xff) {
+    case SQLITE_IOERR:
+    case SQLITE_FULL:
+    case SQLITE_CANTOPEN:
+    case SQLITE_READONLY:
+      return true;
+    default:
+      return false;
+  }
+}
+
 // Busy and locked are retried for ever: the program has one connection, so it never waits long.
 void busyPause() {
   std::this_thread::sleep_for(std::chrono::microseconds(20));
@@ -136,6 +150,7 @@ sqlite3_stmt* DB::_prepare(const std::string& sql) {
     if (rc != SQLITE_OK) {
       _logError(sql);
       sqlite3_finalize(stmt);
+      _raiseOnDiskFailure(rc, "read");
       return nullptr;
     }
     return stmt;
@@ -200,7 +215,20 @@ bool DB::_runControl(const char* sql) {
 }
 
 bool DB::_begin() {
-  return _runControl("begin exclusive transaction");
+  if (_runControl("begin exclusive transaction")) return true;
+  _raiseOnDiskFailure(sqlite3_extended_errcode(_db), "saved");
+  return false;
+}
+
+void DB::_raiseOnDiskFailure(int rc, const char* what) {
+  if (!isDiskFailure(rc)) return;
+  const std::string reason = sqlite3_errmsg(_db);
+  // SQLite may have undone part of the transaction already; none of the rest may reach the
+  // file with a later commit, or half of the work would be saved.
+  if (inTransaction()) _runControl("rollback transaction");
+  ++_removals;
+  mod = false;
+  throw SaveError(std::string("The collection couldn't be ") + what + ": " + reason + ".");
 }
 
 void DB::_beforeWrite(bool removesRows) {
@@ -228,7 +256,11 @@ bool DB::_execute(const std::string& sql, const Row& vars, const RowCallback& on
     if (onRow) onRow(stmt.get());
   }
   bool ok = rc == SQLITE_DONE;
-  if (!ok) _logError(sql);
+  if (!ok) {
+    _logError(sql);
+    sqlite3_reset(stmt.get());
+    _raiseOnDiskFailure(rc, traits.type == QueryType::Read ? "read" : "saved");
+  }
   return ok;
 }
 
@@ -265,7 +297,11 @@ std::vector<bool> DB::executeMany(const std::string& sql, const std::vector<Row>
       while ((rc = _step(stmt)) == SQLITE_ROW) {
       }
       ok = rc == SQLITE_DONE;
-      if (!ok) _logError(sql);
+      if (!ok) {
+        _logError(sql);
+        sqlite3_reset(stmt);
+        _raiseOnDiskFailure(rc, "saved");
+      }
     }
     results.push_back(ok);
   }

@@ -42,6 +42,8 @@ class DB {
 
   // The one path to the database. Reads stream each row to `onRow`; the result is whether
   // the statement ran. Writes set `mod` and open the exclusive transaction if none is open.
+  // A statement the disk fails (I/O error, disk full) rolls the transaction back and raises
+  // SaveError instead, here and in every call below.
   bool execute(const std::string& sql, const Row& vars = {}, const RowCallback& onRow = {});
   bool runWithResult(const std::string& sql, const Row& vars = {});
   // As runWithResult, but a failure raises SqlError.
@@ -98,6 +100,9 @@ class DB {
   bool _bind(sqlite3_stmt* stmt, const Row& vars, const std::string& sql, bool isUpdate);
   int _step(sqlite3_stmt* stmt);
   void _logError(const std::string& sql);
+  // When `rc` says the disk failed, ends the transaction and raises SaveError ("The collection
+  // couldn't be <what>: <reason>."), so that no caller counts the work as done.
+  void _raiseOnDiskFailure(int rc, const char* what);
   bool _begin();
   // Sets `mod`, opens the transaction and notes a removal of rows.
   void _beforeWrite(bool removesRows);

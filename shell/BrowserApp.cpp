@@ -15,7 +15,9 @@
 
 #include "app/AppDelegate.h"
 #include "app/AppError.h"
+#include "librivo/Col.h"
 #include "librivo/SaveError.h"
+#include "librivo/SysLog.h"
 #include "shell/BrowserBridge.h"
 #include "shell/WebServer.h"
 
@@ -112,11 +114,13 @@ int BrowserApp::run(const ServeCommand::Options& o) {
   int status = 0;
   for (;;) {
     // A save that failed is shown and the application goes on: the file kept its last
-    // committed state, and the collection in memory went back to it.
+    // committed state, and the collection in memory goes back to it, since the work may
+    // have stopped halfway.
     try {
       status = app.run();
       break;
     } catch (const SaveError& e) {
+      _reloadCollection(app);
       app.showInfo(e.what());
     }
   }
@@ -125,6 +129,16 @@ int BrowserApp::run(const ServeCommand::Options& o) {
   app.dispatch().shutdown();
   server.stop();
   return status;
+}
+
+void BrowserApp::_reloadCollection(AppDelegate& app) {
+  const std::shared_ptr<Col> col = app.col();
+  if (!col) return;
+  try {
+    col->rollback();
+  } catch (const SaveError& e) {
+    sysLog(std::string("reloading after a failed save: ") + e.what());
+  }
 }
 
 int BrowserApp::_showRunning(const std::string& address, const ServeCommand::Options& o) {

@@ -13,6 +13,8 @@
 
 namespace rivo {
 
+class AppDelegate;
+
 class BrowserApp {
  public:
   // The exit status. Raises AppError (or SqlError) when Rivo can't start.
@@ -22,6 +24,8 @@ class BrowserApp {
   static int _showRunning(const std::string& address, const ServeCommand::Options& options);
   static void _openBrowser(const std::string& url);
   static void _announce(const std::string& url, const ServeCommand::Options& options);
+  // Back to what the file holds after a failed save.
+  static void _reloadCollection(AppDelegate& app);
 };
 
 }  // namespace rivo
