@@ -17,8 +17,8 @@ class ProfileManager {
   static constexpr const char* kFirstProfile = "User 1";
   static constexpr const char* kBadNameMessage = "Please avoid symbols and underscores.";
   static constexpr const char* kCorruptMessage =
-      "Your collection couldn't be loaded. It has been backed up to iTunes, and a fresh "
-      "collection has been loaded.";
+      "Your collection couldn't be loaded. It has been moved to Documents/corrupt.rivo2, and a "
+      "fresh collection has been loaded.";
 
   // `dataDir` holds profiles/, Documents/ and the preferences. Loaded collections go to `host`
   // (not owned; the application); without it everything but loading a collection works.

@@ -358,7 +358,9 @@ TEST_F(AppDelegateTest, ADamagedCollectionIsSetAsideAndAFreshOneOpened) {
   test::writeFile(path, first);
   test::writeFile(path + "-journal", "a journal of the damaged file");
   EXPECT_EQ(launch(),
-            std::vector<std::string>{std::string("alert:|") + ProfileManager::kCorruptMessage});
+            std::vector<std::string>{"alert:|Your collection couldn't be loaded. It has been moved "
+                                     "to Documents/corrupt.rivo2, and a fresh collection has been "
+                                     "loaded."});
   EXPECT_EQ(test::readFile(corrupt), first);
   EXPECT_FALSE(fs::exists(path + "-journal"));
   // The fresh collection opens without complaint next time.
