@@ -7,8 +7,8 @@
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/Ids.h"
 #include "librivo/Scheduler.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -22,6 +22,7 @@
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/Error.h"
 #include "librivo/RivoPackageImporter.h"
 #include "librivo/Scheduler.h"
 #include "librivo/SysLog.h"

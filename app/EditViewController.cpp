@@ -28,7 +28,6 @@
 #include "librivo/Scheduler.h"
 #include "librivo/StoredCodes.h"
 #include "librivo/TagManager.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -13,8 +13,8 @@
 #include <locale>
 #include <sstream>
 
+#include "librivo/Files.h"
 #include "librivo/SysLog.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -11,8 +11,8 @@
 #include "librivo/Card.h"
 #include "librivo/Col.h"
 #include "librivo/DeckManager.h"
+#include "librivo/FieldText.h"
 #include "librivo/MediaManager.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -7,9 +7,10 @@
 #include "librivo/Card.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/FieldText.h"
+#include "librivo/Ids.h"
 #include "librivo/ModelManager.h"
 #include "librivo/StoredCodes.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -16,11 +16,11 @@
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DeckManager.h"
+#include "librivo/FieldText.h"
 #include "librivo/MediaManager.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Note.h"
 #include "librivo/Scheduler.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -6,6 +6,7 @@
 #include "app/NavigationController.h"
 #include "app/ProfileManager.h"
 #include "librivo/Col.h"
+#include "librivo/Error.h"
 #include "librivo/MediaManager.h"
 #include "librivo/syncing/FullSyncer.h"
 #include "librivo/syncing/MediaSyncer.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "librivo/Utils.h"
+#include "librivo/Error.h"
 
 namespace rivo {
 

@@ -7,6 +7,7 @@
 #include "app/NavigationController.h"
 #include "app/ProfileManager.h"
 #include "app/Ui.h"
+#include "librivo/Error.h"
 
 namespace rivo {
 

@@ -6,11 +6,11 @@
 #include <memory>
 
 #include "librivo/Card.h"
+#include "librivo/FieldText.h"
 #include "librivo/HtmlEscape.h"
 #include "librivo/IcuText.h"
 #include "librivo/MediaManager.h"
 #include "librivo/Note.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -5,14 +5,16 @@
 #include <random>
 #include <vector>
 
+#include "librivo/Checksum.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/FieldText.h"
 #include "librivo/ModelManager.h"
+#include "librivo/Random.h"
 #include "librivo/Storage.h"
 #include "librivo/TagManager.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

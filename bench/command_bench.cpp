@@ -12,9 +12,9 @@
 #include "bench/SqlRecorder.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/Ids.h"
 #include "librivo/Scheduler.h"
 #include "librivo/Storage.h"
-#include "librivo/Utils.h"
 
 namespace {
 

@@ -13,11 +13,11 @@
 #include <random>
 #include <string>
 
+#include "librivo/Checksum.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/MediaManager.h"
 #include "librivo/Storage.h"
-#include "librivo/Utils.h"
 
 namespace {
 

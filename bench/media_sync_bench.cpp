@@ -13,6 +13,7 @@
 
 #include "bench/PlainHttpTwin.h"
 #include "librivo/Col.h"
+#include "librivo/Error.h"
 #include "librivo/MediaManager.h"
 #include "librivo/Storage.h"
 #include "librivo/syncing/MediaSyncer.h"

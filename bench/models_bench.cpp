@@ -11,13 +11,16 @@
 
 #include "bench/CollectionGenerator.h"
 #include "bench/SqlRecorder.h"
+#include "librivo/Checksum.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/FieldText.h"
+#include "librivo/Ids.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Note.h"
+#include "librivo/Random.h"
 #include "librivo/Storage.h"
-#include "librivo/Utils.h"
 
 namespace {
 

@@ -10,13 +10,14 @@
 
 #include "bench/GeneratedCollection.h"
 #include "librivo/Card.h"
+#include "librivo/Checksum.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/FieldText.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Note.h"
 #include "librivo/Storage.h"
 #include "librivo/TagManager.h"
-#include "librivo/Utils.h"
 
 namespace {
 

@@ -13,10 +13,10 @@
 #include "librivo/Card.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/FieldText.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Storage.h"
 #include "librivo/Template.h"
-#include "librivo/Utils.h"
 
 namespace {
 

@@ -16,6 +16,7 @@
 #include "bench/PlainHttpTwin.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/Error.h"
 #include "librivo/Storage.h"
 #include "librivo/syncing/FullSyncer.h"
 #include "librivo/syncing/RemoteServer.h"

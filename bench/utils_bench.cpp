@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "librivo/Utils.h"
+#include "librivo/Checksum.h"
+#include "librivo/FieldText.h"
 
 namespace {
 

@@ -8,10 +8,10 @@
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/Ids.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Note.h"
 #include "librivo/StoredCodes.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -12,21 +12,24 @@
 #include <unordered_map>
 
 #include "librivo/Card.h"
+#include "librivo/Checksum.h"
 #include "librivo/Clock.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/FieldText.h"
 #include "librivo/Finder.h"
+#include "librivo/Ids.h"
 #include "librivo/Latex.h"
 #include "librivo/MediaManager.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Note.h"
+#include "librivo/Random.h"
 #include "librivo/SaveError.h"
 #include "librivo/Scheduler.h"
 #include "librivo/StoredCodes.h"
 #include "librivo/SysLog.h"
 #include "librivo/TagManager.h"
 #include "librivo/Template.h"
-#include "librivo/Utils.h"
 #include "librivo/Version.h"
 
 namespace fs = std::filesystem;

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "librivo/Files.h"
 #include "librivo/Json.h"
-#include "librivo/Utils.h"
 #include "librivo/Value.h"
 
 namespace rivo {

@@ -10,11 +10,11 @@
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/Ids.h"
 #include "librivo/SaveError.h"
 #include "librivo/Scheduler.h"
 #include "librivo/StoredCodes.h"
 #include "librivo/SysLog.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -6,7 +6,7 @@
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
-#include "librivo/Utils.h"
+#include "librivo/Ids.h"
 
 namespace rivo {
 

@@ -15,12 +15,13 @@
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/FieldText.h"
 #include "librivo/IcuText.h"
+#include "librivo/Ids.h"
 #include "librivo/Json.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Scheduler.h"
 #include "librivo/StoredCodes.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "librivo/Col.h"
-#include "librivo/Utils.h"
+#include "librivo/Ids.h"
 
 namespace rivo {
 

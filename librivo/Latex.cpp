@@ -2,9 +2,10 @@
 
 #include <array>
 
+#include "librivo/Checksum.h"
+#include "librivo/FieldText.h"
 #include "librivo/HtmlEscape.h"
 #include "librivo/IcuText.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

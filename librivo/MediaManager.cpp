@@ -16,8 +16,12 @@
 #include <random>
 #include <set>
 
+#include "librivo/Checksum.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/Error.h"
+#include "librivo/Files.h"
+#include "librivo/Grouping.h"
 #include "librivo/IcuText.h"
 #include "librivo/Json.h"
 #include "librivo/Note.h"

@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "librivo/Utils.h"
+#include "librivo/Error.h"
 #include "librivo/Value.h"
 
 namespace rivo {

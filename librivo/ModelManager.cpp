@@ -11,16 +11,18 @@
 #include <set>
 #include <stdexcept>
 
+#include "librivo/Checksum.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/FieldText.h"
+#include "librivo/Ids.h"
 #include "librivo/Latex.h"
 #include "librivo/SaveError.h"
 #include "librivo/StoredCodes.h"
 #include "librivo/SysLog.h"
 #include "librivo/Template.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -7,12 +7,15 @@
 #include <stdexcept>
 
 #include "librivo/Card.h"
+#include "librivo/Checksum.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/FieldText.h"
+#include "librivo/Ids.h"
 #include "librivo/ModelManager.h"
+#include "librivo/Random.h"
 #include "librivo/TagManager.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

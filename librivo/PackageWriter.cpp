@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "librivo/Utils.h"
+#include "librivo/Files.h"
 
 namespace rivo {
 

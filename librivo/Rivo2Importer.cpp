@@ -11,13 +11,14 @@
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/FieldText.h"
+#include "librivo/Files.h"
 #include "librivo/MediaManager.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Scheduler.h"
 #include "librivo/Storage.h"
 #include "librivo/StoredCodes.h"
 #include "librivo/TagManager.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

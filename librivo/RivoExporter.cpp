@@ -10,13 +10,14 @@
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/Files.h"
+#include "librivo/Ids.h"
 #include "librivo/Latex.h"
 #include "librivo/MediaManager.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Scheduler.h"
 #include "librivo/Storage.h"
 #include "librivo/StoredCodes.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -5,10 +5,10 @@
 
 #include "librivo/Col.h"
 #include "librivo/DeckManager.h"
+#include "librivo/Files.h"
 #include "librivo/MediaManager.h"
 #include "librivo/PackageWriter.h"
 #include "librivo/RivoPackageImporter.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -10,9 +10,9 @@
 #include <filesystem>
 
 #include "librivo/Col.h"
+#include "librivo/Files.h"
 #include "librivo/Json.h"
 #include "librivo/MediaManager.h"
-#include "librivo/Utils.h"
 #include "librivo/ZipReader.h"
 
 namespace rivo {

@@ -10,9 +10,12 @@
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/Grouping.h"
+#include "librivo/Ids.h"
 #include "librivo/Note.h"
+#include "librivo/Random.h"
 #include "librivo/StoredCodes.h"
-#include "librivo/Utils.h"
+#include "librivo/TimeSpan.h"
 
 namespace rivo {
 

@@ -11,9 +11,10 @@
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/Grouping.h"
+#include "librivo/Ids.h"
 #include "librivo/SaveError.h"
 #include "librivo/SysLog.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

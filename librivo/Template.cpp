@@ -10,9 +10,9 @@
 #include <stdexcept>
 #include <vector>
 
+#include "librivo/FieldText.h"
 #include "librivo/Furigana.h"
 #include "librivo/IcuText.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <vector>
 
-#include "librivo/Utils.h"
+#include "librivo/Files.h"
 
 namespace rivo {
 

@@ -10,9 +10,10 @@
 #include <sstream>
 #include <thread>
 
+#include "librivo/Checksum.h"
 #include "librivo/DB.h"
+#include "librivo/Files.h"
 #include "librivo/MediaManager.h"
-#include "librivo/Utils.h"
 #include "librivo/ZipReader.h"
 #include "librivo/ZipWriter.h"
 

@@ -16,11 +16,12 @@
 #include <set>
 #include <sstream>
 
+#include "librivo/Checksum.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/Files.h"
 #include "librivo/Storage.h"
-#include "librivo/Utils.h"
 #include "librivo/syncing/SyncMessages.h"
 #include "server/AccountStore.h"
 #include "server/GzipInflater.h"

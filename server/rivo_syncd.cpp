@@ -11,7 +11,7 @@
 #include <string>
 #include <thread>
 
-#include "librivo/Utils.h"
+#include "librivo/Platform.h"
 #include "server/AccountStore.h"
 #include "server/SyncServer.h"
 

@@ -9,7 +9,7 @@
 #include "app/BackupFolder.h"
 #include "app/BackupManager.h"
 #include "app/ProfileManager.h"
-#include "librivo/Utils.h"
+#include "librivo/Files.h"
 
 namespace rivo {
 

@@ -8,7 +8,7 @@
 #include "app/AppDelegate.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
-#include "librivo/Utils.h"
+#include "librivo/Ids.h"
 
 namespace rivo {
 

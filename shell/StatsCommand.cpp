@@ -11,7 +11,6 @@
 #include "librivo/DeckManager.h"
 #include "librivo/HtmlEscape.h"
 #include "librivo/Json.h"
-#include "librivo/Utils.h"
 #include "librivo/stats/CollectionStats.h"
 #include "librivo/stats/RivoJS.h"
 

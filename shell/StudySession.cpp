@@ -11,9 +11,9 @@
 
 #include "librivo/Card.h"
 #include "librivo/Col.h"
+#include "librivo/FieldText.h"
 #include "librivo/HtmlEscape.h"
 #include "librivo/Scheduler.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

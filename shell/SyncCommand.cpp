@@ -14,7 +14,7 @@
 #include "app/ProfileManager.h"
 #include "app/SyncFlow.h"
 #include "librivo/Col.h"
-#include "librivo/Utils.h"
+#include "librivo/Platform.h"
 #include "librivo/syncing/SyncListener.h"
 
 namespace rivo {

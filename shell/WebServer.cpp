@@ -21,9 +21,9 @@
 
 #include "app/AppError.h"
 #include "app/Resources.h"
+#include "librivo/Files.h"
 #include "librivo/Json.h"
 #include "librivo/MediaManager.h"
-#include "librivo/Utils.h"
 #include "shell/BrowserBridge.h"
 
 namespace rivo {

@@ -11,7 +11,7 @@
 #include "librivo/Scheduler.h"
 #include "librivo/StoredCodes.h"
 #include "librivo/StringFormat.h"
-#include "librivo/Utils.h"
+#include "librivo/TimeSpan.h"
 
 namespace rivo {
 

@@ -8,9 +8,10 @@
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/Ids.h"
 #include "librivo/Scheduler.h"
 #include "librivo/StringFormat.h"
-#include "librivo/Utils.h"
+#include "librivo/TimeSpan.h"
 #include "librivo/stats/RivoJS.h"
 
 namespace rivo {

@@ -10,6 +10,8 @@
 
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/Error.h"
+#include "librivo/Platform.h"
 #include "librivo/Version.h"
 
 namespace rivo {

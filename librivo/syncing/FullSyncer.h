@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "librivo/Error.h"
 #include "librivo/syncing/HttpSyncer.h"
 
 namespace rivo {

@@ -13,7 +13,10 @@
 #include <stdexcept>
 #include <vector>
 
+#include "librivo/Checksum.h"
 #include "librivo/Compression.h"
+#include "librivo/Error.h"
+#include "librivo/Files.h"
 #include "librivo/SysLog.h"
 #include "librivo/Version.h"
 #include "librivo/syncing/CurlLibrary.h"

@@ -20,8 +20,9 @@
 #include <thread>
 #include <variant>
 
+#include "librivo/Error.h"
+#include "librivo/Files.h"
 #include "librivo/Json.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -4,6 +4,7 @@
 
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/Error.h"
 #include "librivo/MediaManager.h"
 #include "librivo/syncing/RemoteMediaServer.h"
 #include "librivo/syncing/SyncListener.h"

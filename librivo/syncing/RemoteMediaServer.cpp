@@ -1,6 +1,8 @@
 #include "librivo/syncing/RemoteMediaServer.h"
 
 #include "librivo/Col.h"
+#include "librivo/Error.h"
+#include "librivo/Files.h"
 #include "librivo/syncing/FullSyncer.h"
 #include "librivo/syncing/RemoteServer.h"
 

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "librivo/Error.h"
 #include "librivo/syncing/HttpSyncer.h"
 
 namespace rivo {

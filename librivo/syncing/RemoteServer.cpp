@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "librivo/Error.h"
 #include "librivo/SysLog.h"
 #include "librivo/Version.h"
 #include "librivo/syncing/SyncMessages.h"

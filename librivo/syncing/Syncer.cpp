@@ -8,6 +8,8 @@
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/Error.h"
+#include "librivo/Ids.h"
 #include "librivo/ModelManager.h"
 #include "librivo/ResultSet.h"
 #include "librivo/Scheduler.h"

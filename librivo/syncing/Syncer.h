@@ -15,8 +15,8 @@
 #include <optional>
 #include <string>
 
+#include "librivo/Error.h"
 #include "librivo/Json.h"
-#include "librivo/Utils.h"
 
 namespace rivo {
 

@@ -8,7 +8,9 @@
 #include <string>
 
 #include "librivo/Card.h"
+#include "librivo/Checksum.h"
 #include "librivo/DeckManager.h"
+#include "librivo/FieldText.h"
 #include "librivo/Note.h"
 #include "tests/librivo/NoteTypeFixture.h"
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "librivo/DeckManager.h"
+#include "librivo/FieldText.h"
 #include "librivo/Scheduler.h"
 #include "tests/librivo/NoteTypeFixture.h"
 

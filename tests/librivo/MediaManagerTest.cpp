@@ -7,6 +7,8 @@
 
 #include <filesystem>
 
+#include "librivo/Checksum.h"
+#include "librivo/Error.h"
 #include "librivo/ZipReader.h"
 #include "librivo/ZipWriter.h"
 #include "tests/librivo/NoteTypeFixture.h"

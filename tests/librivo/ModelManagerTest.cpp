@@ -6,12 +6,12 @@
 #include <stdexcept>
 #include <string>
 
+#include "librivo/Checksum.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/Note.h"
 #include "librivo/Storage.h"
-#include "librivo/Utils.h"
 #include "tests/support/TempDir.h"
 
 namespace rivo {

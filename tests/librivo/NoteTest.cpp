@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "librivo/Card.h"
+#include "librivo/Checksum.h"
 #include "librivo/TagManager.h"
 #include "tests/librivo/NoteTypeFixture.h"
 

@@ -7,12 +7,13 @@
 #include <memory>
 #include <string>
 
+#include "librivo/Checksum.h"
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/FieldText.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Storage.h"
-#include "librivo/Utils.h"
 #include "tests/support/TempDir.h"
 
 namespace rivo::test {

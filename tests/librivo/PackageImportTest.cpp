@@ -12,6 +12,7 @@
 #include <functional>
 #include <map>
 
+#include "librivo/Checksum.h"
 #include "librivo/DeckManager.h"
 #include "librivo/MediaManager.h"
 #include "librivo/Scheduler.h"

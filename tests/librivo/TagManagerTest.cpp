@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "librivo/Grouping.h"
 #include "tests/librivo/NoteTypeFixture.h"
 
 namespace rivo {

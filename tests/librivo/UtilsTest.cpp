@@ -1,4 +1,10 @@
-#include "librivo/Utils.h"
+#include "librivo/Checksum.h"
+#include "librivo/FieldText.h"
+#include "librivo/Files.h"
+#include "librivo/Grouping.h"
+#include "librivo/Ids.h"
+#include "librivo/Random.h"
+#include "librivo/TimeSpan.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -12,6 +12,7 @@
 
 #include "librivo/Col.h"
 #include "librivo/Compression.h"
+#include "librivo/Error.h"
 #include "librivo/Note.h"
 #include "librivo/Storage.h"
 #include "librivo/syncing/FullSyncer.h"

@@ -9,7 +9,8 @@
 #include <filesystem>
 
 #include "librivo/Compression.h"
-#include "librivo/Utils.h"
+#include "librivo/Error.h"
+#include "librivo/Files.h"
 #include "librivo/syncing/HttpSyncer.h"
 #include "librivo/syncing/SyncListener.h"
 #include "tests/support/FakeHttpServer.h"

@@ -10,6 +10,7 @@
 #include "librivo/Col.h"
 #include "librivo/Compression.h"
 #include "librivo/DB.h"
+#include "librivo/Error.h"
 #include "librivo/Note.h"
 #include "librivo/ResultSet.h"
 #include "librivo/Storage.h"

@@ -10,6 +10,7 @@
 
 #include "librivo/Col.h"
 #include "librivo/DB.h"
+#include "librivo/Error.h"
 #include "librivo/MediaManager.h"
 #include "librivo/Storage.h"
 #include "librivo/ZipWriter.h"

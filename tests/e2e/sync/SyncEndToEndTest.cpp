@@ -15,6 +15,7 @@
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/Error.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Note.h"
 #include "librivo/Scheduler.h"
