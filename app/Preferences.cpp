@@ -1,12 +1,7 @@
 #include "app/Preferences.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cctype>
-#include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -190,30 +185,14 @@ bool Preferences::synchronize() {
 }
 
 bool Preferences::_write(const std::string& text) {
-  fs::path target(_path);
-  fs::path dir = target.parent_path().empty() ? fs::path(".") : target.parent_path();
+  const fs::path dir = fs::path(_path).parent_path();
   std::error_code ec;
-  fs::create_directories(dir, ec);
-  std::string tmp = _path + ".tmp";
-  auto fail = [&](const std::string& what) {
-    sysLog("writing preferences failed (" + what + "): " + std::strerror(errno));
-    ::unlink(tmp.c_str());
-    return false;
-  };
+  if (!dir.empty()) fs::create_directories(dir, ec);
+  std::string problem;
   // Only the owner reads it: it holds the sync key.
-  int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (fd < 0) return fail("open");
-  bool ok = writeAll(fd, text) && ::fsync(fd) == 0;
-  if (::close(fd) != 0) ok = false;
-  if (!ok) return fail("write");
-  if (::rename(tmp.c_str(), _path.c_str()) != 0) return fail("rename");
-  // The rename itself must reach the disk too.
-  int dirFd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (dirFd >= 0) {
-    ::fsync(dirFd);
-    ::close(dirFd);
-  }
-  return true;
+  if (writeFileAtomically(_path, text, 0600, &problem)) return true;
+  sysLog("writing preferences failed: " + problem);
+  return false;
 }
 
 }  // namespace rivo

@@ -112,20 +112,9 @@ void Card::startTimer() {
 
 const Json* Card::_homeConf() {
   DeckManager& dm = col->decks();
-  const Id home = odid ? odid : did;
-  std::string group = "1";
-  Json& decks = dm.decks();
-  auto deck = decks.find(std::to_string(home));
-  if (deck != decks.end() && deck->is_object()) {
-    auto conf = deck->find("conf");
-    // A filtered deck carries its own options and no group.
-    if (conf == deck->end() || conf->is_null()) return &*deck;
-    group = std::to_string(jsonInt(*conf, 1));
-  }
-  Json& confs = dm.deckConf();
-  auto found = confs.find(group);
-  if (found == confs.end()) found = confs.find("1");
-  return found == confs.end() ? nullptr : &*found;
+  const Json* conf = dm.homeConf(Json(odid ? odid : did));
+  // Meant: a card whose deck is gone takes the default group's options.
+  return conf ? conf : dm.getConf(Json("1"));
 }
 
 int64_t Card::timeLimit() {

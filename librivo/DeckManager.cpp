@@ -518,16 +518,30 @@ Json* DeckManager::getConf(const Json& confId) {
   return it != _parsedConf().end() ? &*it : nullptr;
 }
 
-Json* DeckManager::confForDid(const Json& did) {
-  Json* deck = getDeck(did);
+Json* DeckManager::_homeConf(Json* deck) const {
   if (!deck || !deck->is_object()) return nullptr;
   auto confId = deck->find("conf");
+  // A filtered deck carries its own options and no group.
   if (confId == deck->end() || confId->is_null()) return deck;
-  Json* conf = getConf(*confId);
+  Json& confs = _parsedConf();
+  auto conf = confs.find(jsonKey(*confId));
   // A group that hasn't arrived yet (or was lost) reads as the default group.
-  if (!conf) conf = getConf("1");
-  if (!conf) return nullptr;
-  (*conf)["dyn"] = false;
+  if (conf == confs.end()) conf = confs.find("1");
+  return conf != confs.end() ? &*conf : nullptr;
+}
+
+const Json* DeckManager::homeConf(const Json& did) const {
+  const std::string key = jsonKey(did);
+  Json& decks = _parsedDecks();
+  auto deck = key.empty() ? decks.end() : decks.find(key);
+  return deck != decks.end() ? _homeConf(&*deck) : nullptr;
+}
+
+Json* DeckManager::confForDid(const Json& did) {
+  Json* deck = getDeck(did);
+  Json* conf = _homeConf(deck);
+  // Meant: the group handed out for editing says it isn't a filtered deck's options.
+  if (conf && conf != deck) (*conf)["dyn"] = false;
   return conf;
 }
 

@@ -121,7 +121,11 @@ class DeckManager {
 
   std::vector<Json*> allConf();
   Json* getConf(const Json& confId);
-  // The deck's option group with "dyn" false, or the filtered deck itself.
+  // The options of the deck's cards, read only: a filtered deck's own dictionary, else the deck's
+  // group, a group missing read as group 1; nullptr when the deck is missing.
+  const Json* homeConf(const Json& did) const;
+  // As homeConf for editing, with a deck missing read as the default deck, and "dyn" false
+  // stored into the group it returns.
   Json* confForDid(const Json& did);
   Json* confForCard(const Card& card);
   void updateConf(const Json& conf);
@@ -160,6 +164,8 @@ class DeckManager {
   Id _create(const std::string& name, const Json& type);
   // A free millisecond key of `blob`.
   static Id _freshId(const Json& blob);
+  // homeConf of a deck found; nullptr for nullptr.
+  Json* _homeConf(Json* deck) const;
 
   // The blobs, parsed first if they are still text.
   Json& _parsedDecks() const {

@@ -98,6 +98,27 @@ bool moveFile(const std::string& from, const std::string& to, std::string* probl
   return true;
 }
 
+bool writeFileAtomically(const std::string& path, std::string_view bytes, mode_t mode,
+                         std::string* problem) {
+  const std::string beside = path + ".tmp";
+  // Made afresh, so that a leftover of a crash can't lend the file its permissions.
+  unlink(beside.c_str());
+  const int fd = open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+  if (fd < 0) {
+    *problem = "can't create " + beside + ": " + std::strerror(errno);
+    return false;
+  }
+  bool written = writeAll(fd, bytes) && fsync(fd) == 0;
+  if (!written) *problem = "can't write " + beside + ": " + std::strerror(errno);
+  if (close(fd) != 0 && written) {
+    written = false;
+    *problem = "can't write " + beside + ": " + std::strerror(errno);
+  }
+  if (written && moveFile(beside, path, problem)) return true;
+  unlink(beside.c_str());
+  return false;
+}
+
 uint64_t freeBytes(const std::string& dir) {
   struct statvfs st {};
   if (statvfs(dir.c_str(), &st) != 0) return UINT64_MAX;

@@ -1,6 +1,8 @@
 #pragma once
 // Files on the disk: temporary files, moves that survive a crash, free space and its wording.
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -28,6 +30,11 @@ void clearTempDir(const std::string& dir);
 // Moves a file over `to` in one step, and syncs the folder; from another file system by way of a
 // synced copy beside `to`, renamed over it. False, with `problem` set, when it can't.
 bool moveFile(const std::string& from, const std::string& to, std::string* problem);
+// Writes `bytes` to a new file beside `path`, created with `mode` (less the umask), syncs it and
+// moves it over `path`, so a crash leaves the old file or the new one, whole. False, with
+// `problem` set and the old file as it was, when it can't.
+bool writeFileAtomically(const std::string& path, std::string_view bytes, mode_t mode,
+                         std::string* problem);
 // Flushes a file's bytes (or a folder's entries) to the disk; false when that fails.
 bool syncPath(const std::string& path);
 // Bytes free for this program on the disk holding `dir`; UINT64_MAX when it can't be told.

@@ -72,13 +72,6 @@ bool syncAll(const std::vector<std::string>& paths) {
   return ok;
 }
 
-void syncFolder(const std::string& dir) {
-  int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return;
-  ::fsync(fd);
-  ::close(fd);
-}
-
 }  // namespace
 
 MediaStore::MediaStore(const std::string& folder) : _dir(folder + "/media") {
@@ -225,7 +218,7 @@ std::optional<std::pair<int64_t, int64_t>> MediaStore::applyUpload(const std::st
       ::rename(c.staged.c_str(), target.c_str());
     rows.push_back({c.fname, ++next, c.staged.empty() ? Value() : Value(c.csum)});
   }
-  syncFolder(_dir);
+  syncPath(_dir);
   _db->executeMany("insert or replace into media values (?,?,?)", rows);
   _db->run("update meta set usn = ?", {next});
   _db->commit();

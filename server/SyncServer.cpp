@@ -4,7 +4,6 @@
 #include <httplib.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <cctype>
 
 #include <cctype>
 #include <cerrno>
@@ -74,14 +73,6 @@ int64_t declaredLength(const httplib::Request& req) {
 
 bool syncFile(std::FILE* f) {
   return std::fflush(f) == 0 && ::fsync(fileno(f)) == 0;
-}
-
-void syncFolder(const std::string& folder) {
-  int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd >= 0) {
-    ::fsync(fd);
-    ::close(fd);
-  }
 }
 
 }  // namespace
@@ -555,12 +546,12 @@ SyncServer::Reply SyncServer::_upload(const std::string& user, AccountState& acc
   fs::create_directories(folder, ec);
   // A journal left by a crash belongs to the old file and must never meet the new one.
   for (const char* suffix : {"-journal", "-wal", "-shm"}) fs::remove(path + suffix, ec);
-  if (std::rename(in.uploadPath.c_str(), path.c_str()) != 0) {
-    tRequest.note = std::strerror(errno);
+  std::string problem;
+  if (!moveFile(in.uploadPath, path, &problem)) {
+    tRequest.note = problem;
     return Reply::error(500, "the upload can't be stored");
   }
   in.uploadPath.clear();
-  syncFolder(folder);
   return {200, "OK", "text/plain"};
 }
 

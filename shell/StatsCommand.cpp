@@ -9,6 +9,7 @@
 #include "app/Resources.h"
 #include "librivo/Col.h"
 #include "librivo/DeckManager.h"
+#include "librivo/Files.h"
 #include "librivo/HtmlEscape.h"
 #include "librivo/Json.h"
 #include "librivo/stats/CollectionStats.h"
@@ -28,16 +29,9 @@ int periodType(const std::string& period) {
 
 // Written beside the target and renamed over it, so a failure never leaves half a page.
 void writeFile(const std::string& path, const std::string& text) {
-  const std::string tmp = path + ".tmp";
-  FILE* f = std::fopen(tmp.c_str(), "wb");
-  bool ok = f && std::fwrite(text.data(), 1, text.size(), f) == text.size();
-  if (f) ok = std::fclose(f) == 0 && ok;
-  std::error_code ec;
-  if (ok) fs::rename(tmp, path, ec);
-  if (!ok || ec) {
-    fs::remove(tmp, ec);
+  std::string problem;
+  if (!writeFileAtomically(path, text, 0666, &problem))
     throw std::runtime_error("can't write " + path);
-  }
 }
 
 }  // namespace

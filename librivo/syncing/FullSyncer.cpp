@@ -1,40 +1,22 @@
 #include "librivo/syncing/FullSyncer.h"
 
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
 #include <stdexcept>
 
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/Error.h"
+#include "librivo/Files.h"
 #include "librivo/Platform.h"
 #include "librivo/Version.h"
 
 namespace rivo {
-
-namespace fs = std::filesystem;
 
 namespace {
 
 bool integrityOk(DB& db) {
   auto answer = db.scalar("pragma integrity_check");
   return answer && toText(*answer) == "ok";
-}
-
-// Puts `from` in the place of `to` at once, also across file systems.
-void moveInto(const std::string& from, const std::string& to) {
-  if (std::rename(from.c_str(), to.c_str()) == 0) return;
-  if (errno != EXDEV)
-    throw std::logic_error("could not move the download: " + std::string(std::strerror(errno)));
-  const std::string beside = to + ".download";
-  fs::copy_file(from, beside, fs::copy_options::overwrite_existing);
-  fs::remove(from);
-  if (std::rename(beside.c_str(), to.c_str()) != 0)
-    throw std::logic_error("could not move the download: " + std::string(std::strerror(errno)));
 }
 
 }  // namespace
@@ -71,7 +53,9 @@ bool FullSyncer::download(Error* err) {
   col->close();
   const std::string colPath = col->path();
   // The old file goes as the new one arrives, in one step.
-  moveInto(path, colPath);
+  std::string problem;
+  if (!moveFile(path, colPath, &problem))
+    throw std::logic_error("could not move the download: " + problem);
   downloadPath.clear();
   col = nullptr;
   return true;

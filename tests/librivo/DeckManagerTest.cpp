@@ -309,6 +309,12 @@ TEST_F(DeckManagerTest, OptionGroupsCloneAssignRemoveAndRestore) {
   dm().setConf(deck(d), fast);
   EXPECT_EQ(dm().didsForConf(group), std::vector<Id>{d});
   EXPECT_EQ(dm().confForDid(d), &group);
+  // The read-only lookup writes nothing; a deck gone has none, where confForDid reads deck 1.
+  group.erase("dyn");
+  EXPECT_EQ(dm().homeConf(d), &group);
+  EXPECT_FALSE(group.contains("dyn"));
+  EXPECT_EQ(dm().homeConf(Json(12345)), nullptr);
+  EXPECT_EQ(dm().confForDid(Json(12345)), dm().getConf(1));
 
   dm().restoreToDefault(group);
   Json stored = fileBlob("dconf")[std::to_string(fast)];

@@ -192,6 +192,30 @@ TEST(UtilsTempFiles, WritesUniqueFilesAndClearsTheFolder) {
   clearTempDir(dir.file("missing"));  // no error
 }
 
+TEST(UtilsTempFiles, WritesAWholeFileAtomically) {
+  namespace fs = std::filesystem;
+  test::TempDir dir;
+  const std::string path = dir.file("prefs.json");
+  std::string problem;
+  ASSERT_TRUE(writeFileAtomically(path, "old", 0600, &problem)) << problem;
+  test::writeFile(path + ".tmp", "left by a crash");
+  fs::permissions(path + ".tmp", fs::perms::all);
+  ASSERT_TRUE(writeFileAtomically(path, "new", 0600, &problem)) << problem;
+  EXPECT_EQ(test::readFile(path), "new");
+  EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_FALSE(fs::exists(path + ".tmp"));
+
+  EXPECT_FALSE(writeFileAtomically(dir.file("none/x"), "a", 0600, &problem));
+  EXPECT_NE(problem.find("can't create"), std::string::npos);
+  // A folder in the way can't be replaced: it stays, and nothing is left beside it.
+  fs::create_directories(dir.file("taken/inside"));
+  problem.clear();
+  EXPECT_FALSE(writeFileAtomically(dir.file("taken"), "a", 0600, &problem));
+  EXPECT_FALSE(problem.empty());
+  EXPECT_TRUE(fs::is_directory(dir.file("taken/inside")));
+  EXPECT_FALSE(fs::exists(dir.file("taken.tmp")));
+}
+
 TEST(UtilsStrings, EscapeRegexInOnePassAndReverse) {
   EXPECT_EQ(escapeRegexFromString("a.b*c"), "a\\.b\\*c");
   EXPECT_EQ(escapeRegexFromString("\\"), "\\\\");
