@@ -9,6 +9,7 @@
 #include "app/AppDelegate.h"
 #include "librivo/Col.h"
 #include "librivo/DeckManager.h"
+#include "librivo/IcuText.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Note.h"
 
@@ -72,6 +73,11 @@ void AddCommand::_run(AppDelegate& app) {
     throw std::runtime_error("'" + typeName + "' has " + std::to_string(note.fields.size()) +
                              " fields (" + fieldNames(note) + "), but " +
                              std::to_string(_fields.size()) + " were given");
+  // Bytes that aren't UTF-8 never reach the stored note or the collection's tag list.
+  for (size_t i = 0; i < _fields.size(); ++i)
+    if (!icutext::isValidUtf8(_fields[i]))
+      throw std::runtime_error("field " + std::to_string(i + 1) + " isn't valid UTF-8 text");
+  if (!icutext::isValidUtf8(_tags)) throw std::runtime_error("the tags aren't valid UTF-8 text");
   note.fields = _fields;
   note.setTagsFromStr(_tags);
   // The editor's way: new cards go to the note type's deck, which is the one chosen.

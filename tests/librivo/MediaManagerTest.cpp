@@ -93,6 +93,8 @@ TEST_F(Media, AddFileStoresByNameAndNeverOverwritesOtherContent) {
   EXPECT_EQ(mm().addFile(src + "/a.png"), "a (1).png");
   EXPECT_EQ(test::readFile(media("a (1).png")), "two");
   EXPECT_EQ(test::readFile(media("a.png")), "one");
+  test::writeFile(src + "/a.png", "three");
+  EXPECT_EQ(mm().addFile(src + "/a.png"), "a (1) (1).png") << "the number never counts up";
 
   test::writeFile(src + "/x:y?[1].png", "s");
   EXPECT_EQ(mm().addFile(src + "/x:y?[1].png"), "xy1.png");

@@ -313,6 +313,46 @@ TEST_F(ModelManagerTest, MovingATemplateRenumbersCardsWithoutASchemaChange) {
   EXPECT_EQ(m["req"][2], Json::parse(R"([2, "all", [1]])"));
 }
 
+TEST_F(ModelManagerTest, RowsRewrittenByATypeChangeCarryTheStampOfNow) {
+  Json& m = byName("Basic (and reversed card)");
+  Json t = mm().newTemplate("Third");
+  t["qfmt"] = "{{Front}}";
+  mm().addTemplate(m, t);
+  addNote("Basic (and reversed card)", {"f", "b"});
+  // Rows that look synced long ago: whatever a change rewrites must go up at the next sync.
+  auto age = [&] {
+    col->db()->run("update notes set mod = 1, usn = 7");
+    col->db()->run("update cards set mod = 1, usn = 7");
+  };
+  auto stamped = [&](const std::string& table) {
+    return col->db()->scalarInt("select count() from " + table + " where mod = ? and usn = ?",
+                                {static_cast<int64_t>(intTime()), int64_t{col->usn()}});
+  };
+  age();
+  mm().moveField(m, m["flds"][1], 0);
+  EXPECT_EQ(stamped("notes"), 1);
+  age();
+  mm().moveTemplate(m, m["tmpls"][2], 0);
+  EXPECT_EQ(stamped("cards"), 3);
+  age();
+  ASSERT_TRUE(mm().remTemplate(m, m["tmpls"][0]));
+  EXPECT_EQ(stamped("cards"), 2) << "both cards behind the removed one moved down";
+}
+
+TEST_F(ModelManagerTest, TheCurrentTypeAndTheUploadUsnReachTheFile) {
+  col->save();
+  const int64_t mod = col->db()->scalarInt("select mod from col");
+  clock.advance(5);
+  mm().setCurrent(byName("Cloze"));
+  col->save();
+  EXPECT_GT(col->db()->scalarInt("select mod from col"), mod) << "the choice counts as a change";
+
+  mm().beforeUpload();
+  col->save();
+  const Json stored = Json::parse(toText(*col->db()->scalar("select models from col")));
+  for (const auto& [id, type] : stored.items()) EXPECT_EQ(type["usn"], 0) << id;
+}
+
 TEST_F(ModelManagerTest, RequirementsComeFromRenderingTheQuestion) {
   Json& m = byName("Basic");
   auto reqOf = [&](const std::string& qfmt) {

@@ -444,6 +444,16 @@ TEST_F(PackageImport, HostilePackagesAreRefusedWholeAndChangeNothing) {
   EXPECT_EQ(sqlInt("select count() from notes"), 0);
 }
 
+TEST_F(PackageImport, ANoteWhoseTextIsNotUtf8IsRefusedAndChangesNothing) {
+  srcNote("g1", "fine\037b", 1);
+  srcNote("g2", "fine\037b", 1, kBasicId, " bad\xfe ");
+  package();
+  const auto before = snapshot();
+  EXPECT_NE(import().find("isn't valid UTF-8"), std::string::npos);
+  EXPECT_EQ(snapshot(), before);
+  EXPECT_EQ(sqlInt("select count() from notes"), 0);
+}
+
 class FullDisk : public RivoPackageImporter {
  public:
   using RivoPackageImporter::RivoPackageImporter;

@@ -480,7 +480,9 @@ TEST_F(Study, AddWritesOneNoteWithItsCardsAndRefusesWhatCantBeAdded) {
            {"--deck Nope a b", "rivo: there is no deck named 'Nope'\n"},
            {"only-one", "rivo: 'Basic' has 2 fields (Front, Back), but 1 were given\n"},
            {"'' back", "rivo: This note would not generate any cards.\n"},
-           {"- -", "rivo: only one field can be read from standard input (-)\n"}}) {
+           {"- -", "rivo: only one field can be read from standard input (-)\n"},
+           {"a \"$(printf 'b\\377')\"", "rivo: field 2 isn't valid UTF-8 text\n"},
+           {"--tags \"$(printf 'x\\376')\" a b", "rivo: the tags aren't valid UTF-8 text\n"}}) {
     r = add(args);
     EXPECT_EQ(r.status, 1) << args;
     EXPECT_EQ(r.err, message) << args;
