@@ -592,6 +592,11 @@ std::pair<std::vector<MediaManager::Change>, std::vector<std::string>> MediaMana
       return;
     }
     const std::string fname = nfc(name);
+    // Both spellings of one name on disk: the composed one is the file the name opens, so the
+    // other is left out rather than the two taking turns in the log.
+    struct stat twin {};
+    if (fname != name && fstatat(dirFd, fname.c_str(), &twin, 0) == 0 && S_ISREG(twin.st_mode))
+      return;
     const int64_t mtime = st.st_mtim.tv_sec;
     auto it = _cache.find(fname);
     if (it != _cache.end() && mtime == it->second.mtime) {

@@ -30,7 +30,8 @@ class KillTest : public test::CollectionTest {
   void makeCards(int count) {
     for (int i = 0; i < count; ++i) insertCard(insertNote("q" + std::to_string(i) + "\037a"), 0);
     Json conf = *col->decks().confForDid(Json(1));
-    conf["new"]["perDay"] = 9999;
+    // A thousand kills introduce more than 9,999 new cards in the one day.
+    conf["new"]["perDay"] = 1000000;
     col->decks().updateConf(conf);
     col->save();
     col->close();

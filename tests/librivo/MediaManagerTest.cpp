@@ -166,6 +166,16 @@ TEST_F(Media, TheFirstScanRecordsWhatTheFolderHolds) {
   EXPECT_FALSE(fs::exists(media("empty.png")));
   EXPECT_EQ(status, (std::vector<std::string>{"Scanned 1 media file(s)...",
                                               "Scanned 26 media file(s)...", "Updating..."}));
+
+  // Both spellings of one name on disk: the file the name opens counts, in every scan.
+  put(kComposed, "composed", 1700000500);
+  for (int64_t folderTime : {1, 2}) {
+    touchFolder(folderTime);
+    mm().findChanges();
+    EXPECT_EQ(mm().syncInfo(kComposed),
+              std::make_pair(checksum(std::string("composed")), int64_t{1}));
+  }
+  EXPECT_EQ(mm().mediaCount(), 27);
 }
 
 TEST_F(Media, LaterScansFollowChangesDeletionsAndRenames) {

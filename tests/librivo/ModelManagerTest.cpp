@@ -21,38 +21,6 @@ namespace {
 constexpr double kNow = 1773144000;
 constexpr int64_t kNowMs = 1773144000000;
 
-const char* const kCss =
-    ".card {\n font-family: arial;\n font-size: 20px;\n text-align: center;\n color: black;\n "
-    "background-color: white;\n}\n";
-const char* const kLatexPre =
-    "\\documentclass[12pt]{article}\n\\special{papersize=3in,5in}\n\\usepackage{amssymb,"
-    "amsmath}\n\\usepackage[utf8]{inputenc}\n\\pagestyle{empty}\n\\setlength{\\parindent}{0in}"
-    "\n\\begin{document}\n";
-
-Json field(const std::string& name, int ord) {
-  return {{"name", name}, {"rtl", false},    {"sticky", false}, {"media", Json::array()},
-          {"ord", ord},   {"font", "Arial"}, {"size", 20}};
-}
-
-Json tmpl(const std::string& name, int ord, const std::string& q, const std::string& a) {
-  return {{"name", name}, {"qfmt", q},   {"did", nullptr}, {"afmt", a},
-          {"ord", ord},   {"bqfmt", ""}, {"bafmt", ""}};
-}
-
-Json model(int64_t id, const std::string& name, int type, Json flds, Json tmpls) {
-  Json m = Json::parse(R"({"vers": [], "did": 1, "usn": -1, "sortf": 0, "tags": [],
-                           "latexPost": "\\end{document}"})");
-  m.update({{"type", type},
-            {"mod", static_cast<int64_t>(kNow)},
-            {"latexPre", kLatexPre},
-            {"css", kCss},
-            {"name", name},
-            {"flds", flds},
-            {"tmpls", tmpls},
-            {"id", std::to_string(id)}});
-  return m;
-}
-
 class ModelManagerTest : public ::testing::Test {
  protected:
   ModelManagerTest() : clock(kNow) {}
@@ -97,42 +65,6 @@ class ModelManagerTest : public ::testing::Test {
   test::TempDir dir;
   std::unique_ptr<Col> col;
 };
-
-TEST_F(ModelManagerTest, NewCollectionHoldsTheFourStandardTypesAsWritten) {
-  const std::string hr = "{{FrontSide}}\n\n<hr id=answer>\n\n";
-  Json cloze = model(kNowMs, "Cloze", 1, {field("Text", 0), field("Extra", 1)},
-                     {tmpl("Cloze", 0, "{{cloze:Text}}", "{{cloze:Text}}<br>\n{{Extra}}")});
-  cloze["css"] = std::string(kCss) + ".cloze { font-weight: bold; color: blue;}";
-  Json optional =
-      model(kNowMs + 1, "Basic (optional reversed card)", 0,
-            {field("Front", 0), field("Back", 1), field("Add Reverse", 2)},
-            {tmpl("Card 1", 0, "{{Front}}", hr + "{{Back}}"),
-             tmpl("Card 2", 1, "{{#Add Reverse}}{{Back}}{{/Add Reverse}}", hr + "{{Front}}")});
-  optional["req"] = Json::parse(R"([[0, "all", [0]], [1, "all", [1, 2]]])");
-  Json reversed =
-      model(kNowMs + 2, "Basic (and reversed card)", 0, {field("Front", 0), field("Back", 1)},
-            {tmpl("Card 1", 0, "{{Front}}", hr + "{{Back}}"),
-             tmpl("Card 2", 1, "{{Back}}", hr + "{{Front}}")});
-  reversed["req"] = Json::parse(R"([[0, "all", [0]], [1, "all", [1]]])");
-  Json basic = model(kNowMs + 3, "Basic", 0, {field("Front", 0), field("Back", 1)},
-                     {tmpl("Card 1", 0, "{{Front}}", hr + "{{Back}}")});
-  basic["req"] = Json::parse(R"([[0, "all", [0]]])");
-
-  col->close();
-  DB db(dir.file("collection.rivo2"));
-  const Json stored = Json::parse(toText(*db.scalar("select models from col")));
-  const Json conf = Json::parse(toText(*db.scalar("select conf from col")));
-  ASSERT_EQ(stored.size(), 4u);
-  for (const Json& expected : {cloze, optional, reversed, basic}) {
-    const std::string id = expected["id"];
-    ASSERT_TRUE(stored.contains(id)) << expected["name"];
-    EXPECT_EQ(stored[id], expected)
-        << "stored:   " << stored[id].dump(1) << "\nexpected: " << expected.dump(1);
-  }
-  // Created last, so current.
-  EXPECT_EQ(conf["curModel"], basic["id"]);
-  EXPECT_EQ(db.scalarInt("select count() from notes"), 0);
-}
 
 TEST_F(ModelManagerTest, NewTypesGetFreshIdsUniqueNamesAndCopies) {
   Json m = mm().new_("Basic");
