@@ -13,7 +13,6 @@
 #include "librivo/DeckManager.h"
 #include "librivo/FieldText.h"
 #include "librivo/Files.h"
-#include "librivo/IcuText.h"
 #include "librivo/MediaManager.h"
 #include "librivo/ModelManager.h"
 #include "librivo/Scheduler.h"
@@ -36,7 +35,6 @@ enum NoteColumn {
   kNoteMid = 2,
   kNoteMod = 3,
   kNoteUsn = 4,
-  kNoteTags = 5,
   kNoteFlds = 6,
   kNoteColumns = 11
 };
@@ -166,6 +164,9 @@ void Rivo2Importer::_prepareFiles() {
       problem = std::string("The collection to import has no ") + table +
                 " table of the shape Rivo reads.";
   }
+  // Text that isn't UTF-8 could be neither shown nor saved in the collection's tag list.
+  if (problem.empty() && !Storage::notesAreUtf8(db))
+    problem = "The collection to import is damaged: a note holds text that isn't valid UTF-8.";
   if (!problem.empty()) {
     _closeSource();
     throw ImportError(problem);
@@ -289,11 +290,6 @@ void Rivo2Importer::_importNotes() {
     const Id mid = _mid(toInt(row[kNoteMid]));
     if (!mid) return;
     row[kNoteMid] = mid;
-    // Text that isn't UTF-8 could be neither shown nor saved in the collection's tag list.
-    if (!icutext::isValidUtf8(toText(row[kNoteFlds])) ||
-        !icutext::isValidUtf8(toText(row[kNoteTags])))
-      throw ImportError(
-          "The collection to import is damaged: a note holds text that isn't valid UTF-8.");
     const std::string guid = toText(row[kNoteGuid]);
     const int64_t mod = toInt(row[kNoteMod]);
     auto known = _notes.find(guid);

@@ -1,11 +1,14 @@
 #include "librivo/Storage.h"
 
+#include <sqlite3.h>
+
 #include <filesystem>
 
 #include "librivo/Clock.h"
 #include "librivo/Col.h"
 #include "librivo/DB.h"
 #include "librivo/DeckManager.h"
+#include "librivo/IcuText.h"
 #include "librivo/ModelManager.h"
 #include "librivo/SysLog.h"
 
@@ -65,6 +68,18 @@ void writeDefaults(DB& db) {
 }
 
 }  // namespace
+
+bool Storage::notesAreUtf8(DB& db) {
+  bool valid = true;
+  db.execute("select tags, flds from notes", {}, [&valid](sqlite3_stmt* st) {
+    for (int i = 0; i < 2 && valid; ++i) {
+      const auto* bytes = static_cast<const char*>(sqlite3_column_blob(st, i));
+      valid = icutext::isValidUtf8(
+          std::string_view(bytes ? bytes : "", static_cast<size_t>(sqlite3_column_bytes(st, i))));
+    }
+  });
+  return valid;
+}
 
 void Storage::_addSchema(DB& db) {
   char script[4096];

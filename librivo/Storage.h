@@ -16,6 +16,10 @@ class Storage {
   static std::unique_ptr<Col> open(const std::string& path, bool lock = true, bool server = false,
                                    bool durable = true, const std::string& logFolder = {});
 
+  // True when every note's fields and tags are valid UTF-8. A file from elsewhere (a package,
+  // a download, an upload) is checked before it is taken: none of its notes could be saved.
+  static bool notesAreUtf8(DB& db);
+
   static void _createDB(DB& db);
   static void _addSchema(DB& db);
   static void _updateIndices(DB& db);

@@ -531,7 +531,9 @@ SyncServer::Reply SyncServer::_upload(const std::string& user, AccountState& acc
     // way here; the quick check confirms the file's structure in a fraction of the time.
     DB db(in.uploadPath);
     auto check = db.scalar("pragma quick_check");
-    sound = check && toText(*check) == "ok" && db.first("select mod, scm, usn from col");
+    // Notes whose text isn't UTF-8 could never be saved by the clients that download them.
+    sound = check && toText(*check) == "ok" && db.first("select mod, scm, usn from col") &&
+            Storage::notesAreUtf8(db);
     db.close();
   }
   if (!sound) {

@@ -8,6 +8,7 @@
 #include "librivo/Error.h"
 #include "librivo/Files.h"
 #include "librivo/Platform.h"
+#include "librivo/Storage.h"
 #include "librivo/Version.h"
 
 namespace rivo {
@@ -37,7 +38,8 @@ bool FullSyncer::download(Error* err) {
   const std::string path = downloadPath;
   {
     DB db(path);
-    bool sound = db.isOpen() && integrityOk(db) && db.runWithResult("update col set ls=mod") &&
+    bool sound = db.isOpen() && integrityOk(db) && Storage::notesAreUtf8(db) &&
+                 db.runWithResult("update col set ls=mod") &&
                  db.scalarInt("select count() from col") == 1;
     if (sound) db.commit();
     db.close();

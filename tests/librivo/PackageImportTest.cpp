@@ -449,8 +449,10 @@ TEST_F(PackageImport, ANoteWhoseTextIsNotUtf8IsRefusedAndChangesNothing) {
   srcNote("g2", "fine\037b", 1, kBasicId, " bad\xfe ");
   package();
   const auto before = snapshot();
-  EXPECT_NE(import().find("isn't valid UTF-8"), std::string::npos);
-  EXPECT_EQ(snapshot(), before);
+  for (bool replace : {false, true}) {
+    EXPECT_NE(import(replace).find("isn't valid UTF-8"), std::string::npos) << replace;
+    EXPECT_EQ(snapshot(), before);
+  }
   EXPECT_EQ(sqlInt("select count() from notes"), 0);
 }
 

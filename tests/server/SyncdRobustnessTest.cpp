@@ -12,6 +12,7 @@
 
 #include "librivo/Col.h"
 #include "librivo/Compression.h"
+#include "librivo/DB.h"
 #include "librivo/Error.h"
 #include "librivo/Note.h"
 #include "librivo/Storage.h"
@@ -110,6 +111,13 @@ TEST_F(Robustness, BadRequestsAreRefusedWithoutTouchingAnythingWhileAnotherAccou
   const std::string bomb(40 << 20, '\0');
   const std::string wrongColumns = R"({"chunk": {"cards": [[1, 2, 3]], "done": true}})";
   const std::string notACollection = "SQLite format 3, or so it says";
+  {
+    auto other = Storage::open(dir.file("not-utf8.rivo2"));
+    other->db()->run("insert into notes values (1, 'g', 1, 1, 0, ?, 'a', 'a', 0, 0, '')",
+                     {std::string(" x\xff ")});
+    other->close();
+  }
+  const std::string notUtf8 = test::readFile(dir.file("not-utf8.rivo2"));
   const std::string wrongLogin = R"({"u": "bad", "p": "no"})";
   const std::string badGraves = R"({"minUsn": 0, "graves": 7})";
 
@@ -133,6 +141,7 @@ TEST_F(Robustness, BadRequestsAreRefusedWithoutTouchingAnythingWhileAnotherAccou
   EXPECT_EQ(post("chunk", body(auth, &empty)), 200);
   EXPECT_EQ(post("applyChunk", body(auth, &wrongColumns)), 400);
   EXPECT_EQ(post("upload", body({{"k", badKey}}, &notACollection)), 400);
+  EXPECT_EQ(post("upload", body({{"k", badKey}}, &notUtf8)), 400);
 
   // A declared size over the limit is refused at once, before any of the body is sent.
   int fd = ::socket(AF_INET, SOCK_STREAM, 0);

@@ -186,6 +186,18 @@ TEST_F(SyncClient, FullSyncChecksWhatArrivesAndWhatTheServerSays) {
   EXPECT_NE(body.find("name=\"k\"\r\n\r\nkey\r\n"), std::string::npos);
   EXPECT_NE(body.find("name=\"v\"\r\n\r\nrivomobile,"), std::string::npos);
   EXPECT_EQ(col->noteCount(), 1);
+  // A sound file holding a note whose text isn't UTF-8 is as corrupt: nothing could save it.
+  {
+    auto other = Storage::open(dir.file("other.rivo2"));
+    other->db()->run("insert into notes values (1, 'g', 1, 1, 0, ?, 'a', 'a', 0, 0, '')",
+                     {std::string(" x\xff ")});
+    other->close();
+  }
+  replies["download"] = test::readFile(dir.file("other.rivo2"));
+  EXPECT_FALSE(FullSyncer(col.get(), "key").download(&err));
+  EXPECT_EQ(err.message,
+            "Download was corrupt. Please check your network connection and try again.");
+  EXPECT_EQ(col->noteCount(), 1);
 
   FullSyncer up(col.get(), "key");
   replies["upload"] = "Not OK";
