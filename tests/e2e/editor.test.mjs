@@ -6,7 +6,7 @@ import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
-import { alertBox, answer, browser, expectAlert, noSpinner, open, row, rivoSync, screenshots, serve, tempDir } from './rivo.mjs';
+import { alertBox, answer, browser, expectAlert, noSpinner, open, row, rivoSync, screenshots, serve, sqlOn as sql, tempDir } from './rivo.mjs';
 
 let chrome;
 const running = new Set();
@@ -16,8 +16,6 @@ after(async () => {
   await chrome.close();
 });
 
-const collection = (data) => path.join(data, 'profiles/User 1/collection.rivo2');
-const sql = (data, statement) => execFileSync('sqlite3', [collection(data), statement], { encoding: 'utf8' }).trim();
 
 async function start({ notes = [], prefs = {}, context = chrome.context } = {}) {
   const data = tempDir();

@@ -6,7 +6,7 @@ import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
-import { answer, browser, generate, noSpinner, open, row, rowIds, rivoSync, screenshots, serve, tempDir } from './rivo.mjs';
+import { answer, browser, generate, noSpinner, open, row, rowIds, rivoSync, screenshots, serve, sqlOn as sql, tempDir } from './rivo.mjs';
 
 let chrome;
 // What a failed test left running is stopped here, so that the run still ends.
@@ -17,8 +17,6 @@ after(async () => {
   await chrome.close();
 });
 
-const collection = (data) => path.join(data, 'profiles/User 1/collection.rivo2');
-const sql = (data, statement) => execFileSync('sqlite3', [collection(data), statement], { encoding: 'utf8' }).trim();
 
 // Notes of the Basic type, one new card each, in the default deck.
 function addNotes(data, notes) {
