@@ -1,40 +1,18 @@
 // Adding and editing notes as a user does: the editor page in its frame, the deck and type
 // choosers, cloze numbers, duplicates, the HTML mode, images, recordings, the preview, the
 // search screen and card info from it. What the browser did is checked in the collection once Rivo has stopped.
-import { after, before, test } from 'node:test';
+import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
-import { alertBox, answer, browser, expectAlert, noSpinner, open, row, rivoSync, screenshots, serve, sqlOn as sql, tempDir } from './rivo.mjs';
+import { alertBox, answer, browser, expectAlert, noSpinner, perTestServers, row, rivoSync, screenshots, sqlOn as sql } from './rivo.mjs';
 
-let chrome;
-const running = new Set();
-before(async () => { chrome = await browser(); });
-after(async () => {
-  for (const stop of running) await stop();
-  await chrome.close();
-});
-
-
-async function start({ notes = [], prefs = {}, context = chrome.context } = {}) {
-  const data = tempDir();
-  assert.equal(rivoSync(['--data', data, 'init']).status, 0);
+const servers = perTestServers();
+async function start({ notes = [], prefs = {}, context } = {}) {
+  const data = servers.init(prefs);
   for (const fields of notes) assert.equal(rivoSync(['--data', data, 'add', ...fields]).status, 0);
-  const file = path.join(data, 'Preferences.json');
-  const all = JSON.parse(fs.readFileSync(file, 'utf8'));
-  for (const [k, v] of Object.entries(prefs)) all[`User 1_${k}`] = v;
-  fs.writeFileSync(file, JSON.stringify(all));
-  const rivo = await serve(data);
-  const page = await open(context, rivo.url);
-  await noSpinner(page);
-  const stop = async () => {
-    running.delete(stop);
-    await page.close().catch(() => {});
-    await rivo.stop();
-  };
-  running.add(stop);
-  return { data, rivo, page, stop };
+  return servers.start(data, { context });
 }
 
 const editor = (page) => page.frameLocator('iframe.web-view');

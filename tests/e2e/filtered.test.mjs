@@ -1,12 +1,11 @@
 // Filtered decks and custom study from the browser: a filtered deck built from a search (with
 // bad steps and a search that matches nothing refused first), studied and emptied; and every
 // custom study mode run once, each ending in the study screen or its own message.
-import { after, before, test } from 'node:test';
+import { test } from 'node:test';
 import assert from 'node:assert/strict';
-import fs from 'node:fs';
-import { answer, answered, basicCollection, browser, expectAlert, noSpinner, open, row, screenshots, serve, tempDir } from './rivo.mjs';
+import { answer, answered, basicCollection, expectAlert, noSpinner, row, screenshots, sharedSession } from './rivo.mjs';
 
-let chrome, data, rivo, page;
+let page;
 const BUILT = 'Cards will be returned to their original deck as you answer them.';
 async function title(text) {
   await page.locator('#title').filter({ hasText: new RegExp(`^${text}$`) }).waitFor();
@@ -38,21 +37,7 @@ async function action(key) {
   await row(page, key).click();
 }
 
-before(async () => {
-  chrome = await browser();
-  data = tempDir();
-  basicCollection(data, 12, (i) => (i % 2 ? 'verb' : 'noun'));
-  rivo = await serve(data);
-  page = await open(chrome.context, rivo.url);
-  await noSpinner(page);
-});
-
-after(async () => {
-  await page.close().catch(() => {});
-  await chrome.close();
-  await rivo.stop();
-  fs.rmSync(data, { recursive: true, force: true });
-});
+sharedSession((dir) => basicCollection(dir, 12, (i) => (i % 2 ? 'verb' : 'noun')), (s) => { ({ page } = s); });
 
 test('a filtered deck from a search: refused input, built, studied and emptied', async () => {
   // A search that matches nothing: "No" leaves, and the unused new deck is gone.

@@ -4,6 +4,7 @@ import { execFileSync, spawn, spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
+import { after, before } from 'node:test';
 import { chromium } from 'playwright-core';
 
 const root = path.resolve(import.meta.dirname, '../..');
@@ -26,20 +27,25 @@ export const collectionOf = (data) => path.join(data, 'profiles/User 1/collectio
 export const sqlOn = (data, statement) =>
   execFileSync('sqlite3', ['-cmd', '.timeout 5000', collectionOf(data), statement], { encoding: 'utf8' }).trim();
 
+// Notes of the Basic type, one new card each in Default, due in this order: [front, back] or
+// [front, back, tags].
+export function addBasicNotes(data, notes) {
+  const mid = sqlOn(data, "select key from json_each((select models from col)) where json_extract(value, '$.name') = 'Basic'");
+  const q = (s) => `'${s.replace(/'/g, "''")}'`;
+  let id = Date.now() - 100000;
+  const rows = notes.map(([front, back, tags = ''], i) => {
+    id += 1;
+    return `insert into notes values (${id}, 'g${id}', ${mid}, 0, -1, ${q(tags ? ` ${tags} ` : '')}, ${q(front)} || char(31) || ${q(back)}, ${q(front)}, 0, 0, '');
+      insert into cards values (${id}, ${id}, 1, 0, 0, -1, 0, 0, ${i + 1}, 0, 0, 0, 0, 0, 0, 0, 0, '');`;
+  });
+  sqlOn(data, rows.join('\n'));
+}
+
 // A new collection in `data` with `count` new Basic cards in Default, "Q0"/"A0" first and due
 // in that order; `tags(i)` names each note's tags.
 export function basicCollection(data, count, tags = () => '') {
   if (rivoSync(['--data', data, 'init']).status !== 0) throw new Error('rivo init failed');
-  const mid = sqlOn(data, "select key from json_each((select models from col)) where json_extract(value, '$.name') = 'Basic'");
-  let id = Date.now() - 100000;
-  const rows = [];
-  for (let i = 0; i < count; i++) {
-    id += 1;
-    const t = tags(i) ? ` ${tags(i)} ` : '';
-    rows.push(`insert into notes values (${id}, 'g${id}', ${mid}, 0, -1, '${t}', 'Q${i}' || char(31) || 'A${i}', 'Q${i}', 0, 0, '');
-      insert into cards values (${id}, ${id}, 1, 0, 0, -1, 0, 0, ${i + 1}, 0, 0, 0, 0, 0, 0, 0, 0, '');`);
-  }
-  sqlOn(data, rows.join('\n'));
+  addBasicNotes(data, Array.from({ length: count }, (_, i) => [`Q${i}`, `A${i}`, tags(i)]));
 }
 
 export function generate(data, { notes = 2000, decks = 30 } = {}) {
@@ -115,6 +121,79 @@ export async function launched(data, extra = []) {
   await answer(page, 'OK');  // the welcome
   await noSpinner(page);
   return { rivo, chrome, page };
+}
+
+// Preferences of the first profile, written into the data folder before the program starts.
+export function setPrefs(data, prefs) {
+  const file = path.join(data, 'Preferences.json');
+  const all = JSON.parse(fs.readFileSync(file, 'utf8'));
+  for (const [k, v] of Object.entries(prefs)) all[`User 1_${k}`] = v;
+  fs.writeFileSync(file, JSON.stringify(all));
+}
+
+// For test files whose tests each start their own program on their own data folder: one
+// browser for the file, and after its last test whatever a failed test left running is
+// stopped and every folder removed, so that the run still ends.
+export function perTestServers() {
+  const running = new Set();
+  const folders = [];
+  const servers = {};
+  before(async () => { servers.chrome = await browser(); });
+  after(async () => {
+    for (const stop of running) await stop();
+    await servers.chrome.close();
+    for (const dir of folders) fs.rmSync(dir, { recursive: true, force: true });
+  });
+  // A data folder, removed at the end.
+  servers.folder = () => {
+    const dir = tempDir();
+    folders.push(dir);
+    return dir;
+  };
+  // A data folder made by `rivo init`, with these preferences.
+  servers.init = (prefs = {}) => {
+    const data = servers.folder();
+    if (rivoSync(['--data', data, 'init']).status !== 0) throw new Error('rivo init failed');
+    setPrefs(data, prefs);
+    return data;
+  };
+  // The program on `data` and a page on it at the deck list; `welcome` answers a first run's.
+  servers.start = async (data, { context = servers.chrome.context, welcome = false } = {}) => {
+    const rivo = await serve(data);
+    const page = await open(context, rivo.url);
+    if (welcome) await answer(page, 'OK');
+    await noSpinner(page);
+    const stop = async () => {
+      running.delete(stop);
+      await page.close().catch(() => {});
+      await rivo.stop();
+    };
+    running.add(stop);
+    return { data, rivo, page, stop };
+  };
+  return servers;
+}
+
+// For test files whose tests walk on through one program: a data folder made by `prepare`, the
+// program on it and a page at the deck list, from before the first test until after the last.
+// `ready` gets { chrome, data, rivo, page } once they exist.
+export function sharedSession(prepare, ready) {
+  const s = {};
+  before(async () => {
+    s.chrome = await browser();
+    s.data = tempDir();
+    prepare(s.data);
+    s.rivo = await serve(s.data);
+    s.page = await open(s.chrome.context, s.rivo.url);
+    await noSpinner(s.page);
+    ready(s);
+  });
+  after(async () => {
+    await s.page?.close().catch(() => {});
+    await s.chrome?.close();
+    await s.rivo?.stop();
+    if (s.data) fs.rmSync(s.data, { recursive: true, force: true });
+  });
 }
 
 export async function screenshots(page, name) {

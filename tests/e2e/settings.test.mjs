@@ -1,11 +1,11 @@
 // The options screens as a user meets them: deck options that the next study session follows
 // (with refused and limited input), the collection's day start moving `today`, the learn-ahead
 // time, and the media check deleting an unused file.
-import { after, before, test } from 'node:test';
+import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
-import { answer, answered, basicCollection, browser, expectAlert, noSpinner, open, row, screenshots, serve, sqlOn, tempDir } from './rivo.mjs';
+import { answer, answered, basicCollection, expectAlert, noSpinner, open, row, screenshots, sharedSession, sqlOn } from './rivo.mjs';
 
 let chrome, data, rivo, page, crt, hour;
 const sql = (statement) => sqlOn(data, statement);
@@ -31,22 +31,10 @@ async function fieldShows(id, want) {
 }
 const conf1 = (key) => JSON.parse(sql("select json_extract(dconf, '$.1." + key + "') from col"));
 
-before(async () => {
-  chrome = await browser();
-  data = tempDir();
-  basicCollection(data, 10);
-  crt = Number(sql('select crt from col'));
-  rivo = await serve(data);
-  page = await open(chrome.context, rivo.url);
-  await noSpinner(page);
-});
-
-after(async () => {
-  await page.close().catch(() => {});
-  await chrome.close();
-  await rivo.stop();
-  fs.rmSync(data, { recursive: true, force: true });
-});
+sharedSession((dir) => {
+  basicCollection(dir, 10);
+  crt = Number(sqlOn(dir, 'select crt from col'));
+}, (s) => { ({ chrome, data, rivo, page } = s); });
 
 test('deck options: the next study session follows new cards per day and the steps', async () => {
   await row(page, 'Default').click();
@@ -187,7 +175,6 @@ test('an options group removed in another tab: this tab can no longer pick by th
 
 test('what the screens wrote is in the collection file', async () => {
   await rivo.stop();  // it holds the file while it runs
-  rivo = { stop: async () => {} };
   assert.equal(conf1('new.perDay'), 3);  // the default group kept its own values
   assert.deepEqual(conf1('new.delays'), [2, 1]);
   assert.equal(conf1('new.initialFactor'), 1300);

@@ -1,62 +1,21 @@
 // The review screen as a user meets it: studying a generated deck with keys, clicks and taps
 // (and the same answers replayed by the command line give the same rows), undo, the finished
 // message's links, typed answers, sound, the scratchpad, and cards that misbehave.
-import { after, before, test } from 'node:test';
+import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
-import { answer, browser, generate, noSpinner, open, row, rowIds, rivoSync, screenshots, serve, sqlOn as sql, tempDir } from './rivo.mjs';
+import { RIVO, addBasicNotes, generate, noSpinner, perTestServers, row, rowIds, screenshots, sqlOn as sql } from './rivo.mjs';
 
-let chrome;
-// What a failed test left running is stopped here, so that the run still ends.
-const running = new Set();
-before(async () => { chrome = await browser(); });
-after(async () => {
-  for (const stop of running) await stop();
-  await chrome.close();
-});
+const servers = perTestServers();
 
-
-// Notes of the Basic type, one new card each, in the default deck.
-function addNotes(data, notes) {
-  const mid = sql(data, "select key from json_each((select models from col)) where json_extract(value, '$.name') = 'Basic'");
-  const q = (s) => `'${s.replace(/'/g, "''")}'`;
-  let id = Date.now() - 100000;
-  const rows = notes.map(([front, back], i) => {
-    id += 1;
-    return `insert into notes values (${id}, 'g${id}', ${mid}, 0, -1, '', ${q(front)} || char(31) || ${q(back)}, ${q(front)}, 0, 0, '');
-      insert into cards values (${id}, ${id}, 1, 0, 0, -1, 0, 0, ${i + 1}, 0, 0, 0, 0, 0, 0, 0, 0, '');`;
-  });
-  sql(data, rows.join('\n'));
-  return mid;
-}
-
-function setPrefs(data, prefs) {
-  const file = path.join(data, 'Preferences.json');
-  const all = JSON.parse(fs.readFileSync(file, 'utf8'));
-  for (const [k, v] of Object.entries(prefs)) all[`User 1_${k}`] = v;
-  fs.writeFileSync(file, JSON.stringify(all));
-}
-
-// A fresh data folder with these notes; the server and a page on it, at the deck list.
+// A fresh data folder with these notes; the program and a page on it, at the deck list.
 async function start(notes, { prefs = {}, prepare } = {}) {
-  const data = tempDir();
-  assert.equal(rivoSync(['--data', data, 'init']).status, 0);
-  if (notes) addNotes(data, notes);
+  const data = servers.init(prefs);
+  if (notes) addBasicNotes(data, notes);
   if (prepare) prepare(data);
-  setPrefs(data, prefs);
-  const rivo = await serve(data);
-  const page = await open(chrome.context, rivo.url);  // init has greeted already
-  await noSpinner(page);
-  const stop = async () => {
-    running.delete(stop);
-    await page.close().catch(() => {});
-    await rivo.stop();
-    fs.rmSync(data, { recursive: true, force: true });
-  };
-  running.add(stop);
-  return { data, rivo, page, stop };
+  return servers.start(data);
 }
 
 // The card frame, as it is now (a frame that hung is replaced).
@@ -88,16 +47,12 @@ async function tapZone(page, zone) {
 const popupText = (page) => page.locator('#popup:not([hidden]) .popup-text');
 
 test('a generated deck studied with keys, clicks and taps gives the scheduler\'s rows', async () => {
-  const data = tempDir();
+  const data = servers.folder();
   generate(data, { notes: 600, decks: 4 });
-  const twin = tempDir();
+  const twin = servers.folder();
   fs.cpSync(data, twin, { recursive: true });
   const startId = sql(data, 'select max(id) from revlog');
-  const rivo = await serve(data);
-  running.add(rivo.stop);
-  const page = await open(chrome.context, rivo.url);
-  await answer(page, 'OK');
-  await noSpinner(page);
+  const { page, stop } = await servers.start(data, { welcome: true });
   const deck = (await rowIds(page))[0];
   await openDeck(page, deck);
 
@@ -146,24 +101,19 @@ test('a generated deck studied with keys, clicks and taps gives the scheduler\'s
   await page.waitForTimeout(1000);  // the answer is in; its buttons are gone unless space came
   await answerButtons(page).first().waitFor({ timeout: 5000 });
   assert.deepEqual(page.errors, []);
-  await page.close();
-  await rivo.stop();
-  running.delete(rivo.stop);
+  await stop();
   // The collection is the program's while it runs; read once it has stopped.
   const eases = sql(data, `select ease from revlog where id > ${startId} order by id`).split('\n');
   assert.deepEqual(eases, actions.filter((a, i) => a !== 'u' && actions[i + 1] !== 'u'));
 
   // The same answers through the command line on the twin collection.
   const input = actions.map((a) => (a === 'u' ? 'u' : ' ' + a)).join('') + 'q';
-  execFileSync(process.env.RIVO_BIN || path.resolve(import.meta.dirname, '../../build/rivo'),
-    ['--data', twin, 'study', '--deck', deck], { input, encoding: 'utf8' });
+  execFileSync(RIVO, ['--data', twin, 'study', '--deck', deck], { input, encoding: 'utf8' });
   const revlog = `select cid, ease, type, lastIvl, factor from revlog where id > ${startId} order by id`;
   assert.deepEqual(sql(data, revlog), sql(twin, revlog));
   const cids = `(select cid from revlog where id > ${startId})`;
   const cards = `select id, queue, type, reps, lapses, left, factor from cards where id in ${cids} order by id`;
   assert.deepEqual(sql(data, cards), sql(twin, cards));
-  fs.rmSync(data, { recursive: true, force: true });
-  fs.rmSync(twin, { recursive: true, force: true });
 });
 
 test('the finished message, its links, and the screenshots of a study', async () => {
